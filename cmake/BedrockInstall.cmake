@@ -15,5 +15,7 @@ file(WRITE ${PROJECT_BINARY_DIR}/BedrockConfig.cmake
 install(FILES ${PROJECT_BINARY_DIR}/BedrockConfig.cmake ${PROJECT_BINARY_DIR}/BedrockConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Bedrock)
 
+# Relative to itself, so that an installed tree may be moved.
+file(RELATIVE_PATH BEDROCK_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/bedrock.pc.in ${PROJECT_BINARY_DIR}/bedrock.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/bedrock.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -8,3 +8,9 @@
 
 // Memory, strings and containers
 #include <Bedrock/memory/Alloc.h>
+#include <Bedrock/memory/DynamicArray.h>
+#include <Bedrock/memory/HeapOperators.h>
+#include <Bedrock/memory/Nodes.h>
+#include <Bedrock/memory/Range.h>
+#include <Bedrock/memory/ReferenceCount.h>
+#include <Bedrock/memory/String.h>

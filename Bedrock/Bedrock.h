@@ -14,3 +14,10 @@
 #include <Bedrock/memory/Range.h>
 #include <Bedrock/memory/ReferenceCount.h>
 #include <Bedrock/memory/String.h>
+
+// Maths and display helpers
+#include <Bedrock/maths/Matrix3.h>
+#include <Bedrock/maths/Matrix4.h>
+#include <Bedrock/maths/OptimalRects.h>
+#include <Bedrock/maths/Quaternion.h>
+#include <Bedrock/maths/Vector3.h>

@@ -11,6 +11,8 @@
 #include <Bedrock/memory/DynamicArray.h>
 #include <Bedrock/memory/HeapOperators.h>
 #include <Bedrock/memory/Nodes.h>
+#include <Bedrock/memory/PString.h>
+#include <Bedrock/memory/PStringCache.h>
 #include <Bedrock/memory/Range.h>
 #include <Bedrock/memory/ReferenceCount.h>
 #include <Bedrock/memory/String.h>

@@ -10,3 +10,11 @@
 #else
 #define ZEM_API __attribute__((visibility("default")))
 #endif
+
+/// Lets the compiler compare a printf-style operation's arguments with its format: their positions, counted from 1, and
+/// `this` counts; `first` is 0 for a `va_list`.
+#if defined(__GNUC__)
+#define ZEM_PRINTF(format, first) __attribute__((__format__(__printf__, format, first)))
+#else
+#define ZEM_PRINTF(format, first)
+#endif

@@ -17,6 +17,20 @@
 #include <Bedrock/memory/ReferenceCount.h>
 #include <Bedrock/memory/String.h>
 
+// Host frame and diagnostics
+#include <Bedrock/host/Debugger.h>
+#include <Bedrock/host/DynamicLibrary.h>
+#include <Bedrock/host/Exception.h>
+#include <Bedrock/host/ResultClass.h>
+#include <Bedrock/host/SharedMemory.h>
+
+// Threads, time and scheduling
+#include <Bedrock/threads/CriticalSection.h>
+#include <Bedrock/threads/SingleLock.h>
+#include <Bedrock/threads/SyncObject.h>
+#include <Bedrock/threads/Thread.h>
+#include <Bedrock/threads/Time.h>
+
 // Maths and display helpers
 #include <Bedrock/maths/Matrix3.h>
 #include <Bedrock/maths/Matrix4.h>

@@ -32,8 +32,10 @@
 #include <Bedrock/threads/Time.h>
 
 // Maths and display helpers
+#include <Bedrock/maths/LCRand.h>
 #include <Bedrock/maths/Matrix3.h>
 #include <Bedrock/maths/Matrix4.h>
 #include <Bedrock/maths/OptimalRects.h>
 #include <Bedrock/maths/Quaternion.h>
+#include <Bedrock/maths/Rand.h>
 #include <Bedrock/maths/Vector3.h>

@@ -54,6 +54,8 @@ public:
     static std::uint32_t FrameLockMs() noexcept;
 
 private:
+    friend class LCRand; // seeds itself from the locked clock
+
     static std::int64_t QueryCounterFrequency() noexcept;
 
     static const std::int64_t freq; // read when the library starts

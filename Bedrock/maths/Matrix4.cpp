@@ -18,7 +18,8 @@ inline Row Pick(Row row)
     return __builtin_shufflevector(row, row, A, B, C, D);
 }
 
-// The transposed copy: row i holds column i of the matrix.
+// The transposed copy: row i holds column i of the matrix, turned by one: lane j holds element j + 1. Here and below,
+// lanes, elements and columns are counted around the end.
 struct Columns
 {
     Row row[4];
@@ -27,49 +28,50 @@ struct Columns
     {
         Row r[4];
         std::memcpy(r, m, sizeof r);
-        const Row low01 = __builtin_shufflevector(r[0], r[1], 0, 4, 1, 5);
-        const Row low23 = __builtin_shufflevector(r[2], r[3], 0, 4, 1, 5);
-        const Row high01 = __builtin_shufflevector(r[0], r[1], 2, 6, 3, 7);
-        const Row high23 = __builtin_shufflevector(r[2], r[3], 2, 6, 3, 7);
-        row[0] = __builtin_shufflevector(low01, low23, 0, 1, 4, 5);
-        row[1] = __builtin_shufflevector(low01, low23, 2, 3, 6, 7);
-        row[2] = __builtin_shufflevector(high01, high23, 0, 1, 4, 5);
-        row[3] = __builtin_shufflevector(high01, high23, 2, 3, 6, 7);
+        const Row low12 = __builtin_shufflevector(r[1], r[2], 0, 4, 1, 5);
+        const Row low30 = __builtin_shufflevector(r[3], r[0], 0, 4, 1, 5);
+        const Row high12 = __builtin_shufflevector(r[1], r[2], 2, 6, 3, 7);
+        const Row high30 = __builtin_shufflevector(r[3], r[0], 2, 6, 3, 7);
+        row[0] = __builtin_shufflevector(low12, low30, 0, 1, 4, 5);
+        row[1] = __builtin_shufflevector(low12, low30, 2, 3, 6, 7);
+        row[2] = __builtin_shufflevector(high12, high30, 0, 1, 4, 5);
+        row[3] = __builtin_shufflevector(high12, high30, 2, 3, 6, 7);
     }
 };
 
-// The 2 by 2 minors of two rows that eight cofactors share, laid out for their use. For lane j, let a < b < c be the
-// three columns that are not j; the minor of columns k and l is p[k] * q[l] - p[l] * q[k].
-//
-//     lane           0        1        2        3
-//     a b c          1 2 3    0 2 3    0 1 3    0 1 2
-//     ofBC, signed   2,3      3,2      1,3      2,1
-//     ofAC, signed   3,1      0,3      3,0      0,2
-//     ofAB, signed   1,2      2,0      0,1      1,0
+// A row of the copy; lane j of its three forms holds the elements j + 1, j + 2 and j + 3: the columns beside j.
+struct Beside
+{
+    Row one, two, three;
+
+    explicit Beside(Row row) : one(row), two(Pick<1, 2, 3, 0>(row)), three(Pick<2, 3, 0, 1>(row)) {}
+};
+
+// The 2 by 2 minors of two rows that eight cofactors share. With p and q the rows, (k, l) = p[k] * q[l] - p[l] * q[k].
 struct Minors
 {
-    Row ofBC, ofAC, ofAB;
+    Row near; // lane j: (j + 1, j + 2)
+    Row wide; // (j + 1, j + 3)
+    Row far;  // (j + 2, j + 3)
 
-    Minors(Row p, Row q)
-        : ofBC(Pick<2, 3, 1, 2>(p) * Pick<3, 2, 3, 1>(q) - Pick<3, 2, 3, 1>(p) * Pick<2, 3, 1, 2>(q)),
-          ofAC(Pick<3, 0, 3, 0>(p) * Pick<1, 3, 0, 2>(q) - Pick<1, 3, 0, 2>(p) * Pick<3, 0, 3, 0>(q)),
-          ofAB(Pick<1, 2, 0, 1>(p) * Pick<2, 0, 1, 0>(q) - Pick<2, 0, 1, 0>(p) * Pick<1, 2, 0, 1>(q))
+    Minors(const Beside& p, const Beside& q)
+        : near(p.one * q.two - p.two * q.one), wide(p.one * q.three - p.three * q.one), far(Pick<1, 2, 3, 0>(near))
     {
     }
 
-    // The four cofactors beside `row`, each the determinant of three columns of `row` and the two rows of the minors;
-    // their signs alternate already by the order of columns above.
-    Row Cofactors(Row row) const
-    {
-        return ofBC * Pick<1, 0, 0, 0>(row) + ofAC * Pick<2, 2, 1, 1>(row) + ofAB * Pick<3, 3, 3, 2>(row);
-    }
+    // For each lane j the determinant of `row` and the two rows of the minors in the columns beside j: the cofactor of j,
+    // but for its sign, which is turned in lanes 1 and 3. (Three columns turned around the end are in even order.) A row
+    // that stands behind an odd number of others has all its signs turned once more.
+    Row EvenCofactors(const Beside& row) const { return row.one * far - row.two * wide + row.three * near; }
+    Row OddCofactors(const Beside& row) const { return row.two * wide - row.one * far - row.three * near; }
 };
 
-inline float Dot(Row a, Row b)
+// The determinant in all lanes, with its sign turned in lanes 1 and 3; from the first row of the copy and its cofactors.
+inline Row Determinant(Row row, Row cofactors)
 {
-    const Row products = a * b;
+    const Row products = Pick<3, 0, 1, 2>(row) * cofactors;
     const Row pairs = products + Pick<2, 3, 0, 1>(products);
-    return pairs[0] + pairs[1];
+    return pairs - Pick<1, 0, 3, 2>(pairs);
 }
 
 } // namespace
@@ -77,27 +79,23 @@ inline float Dot(Row a, Row b)
 Matrix4& Matrix4::Invert()
 {
     const Columns copy(m);
-    const Minors low(copy.row[2], copy.row[3]);
-    const Minors high(copy.row[0], copy.row[1]);
-    Row cofactors[4] = {low.Cofactors(copy.row[1]), low.Cofactors(copy.row[0]), high.Cofactors(copy.row[3]),
-                        high.Cofactors(copy.row[2])};
-    const float reciprocal = 1.0f / Dot(copy.row[0], cofactors[0]);
-    // `low.Cofactors(row 0)` and `high.Cofactors(row 2)` are the ones of rows 1 and 3, where the signs are the other way
-    // round.
-    const Row even = {reciprocal, reciprocal, reciprocal, reciprocal};
-    const Row odd = -even;
-    cofactors[0] *= even;
-    cofactors[1] *= odd;
-    cofactors[2] *= even;
-    cofactors[3] *= odd;
-    std::memcpy(m, cofactors, sizeof m);
+    const Beside row0(copy.row[0]), row1(copy.row[1]), row2(copy.row[2]), row3(copy.row[3]);
+    const Minors low(row2, row3);
+    const Minors high(row0, row1);
+    Row inverse[4] = {low.EvenCofactors(row1), low.OddCofactors(row0), high.EvenCofactors(row3),
+                      high.OddCofactors(row2)};
+    const Row reciprocal = 1.0f / Determinant(copy.row[0], inverse[0]);
+    for (Row& row : inverse)
+        row *= reciprocal; // the signs of the cofactors go with it
+    std::memcpy(m, inverse, sizeof m);
     return *this;
 }
 
 float Matrix4::GetDeterminant() const
 {
     const Columns copy(m);
-    return Dot(copy.row[0], Minors(copy.row[2], copy.row[3]).Cofactors(copy.row[1]));
+    const Minors low{Beside(copy.row[2]), Beside(copy.row[3])};
+    return Determinant(copy.row[0], low.EvenCofactors(Beside(copy.row[1])))[0];
 }
 
 } // namespace Zem

@@ -1,12 +1,53 @@
 // Every object of the library that has a dynamic initialiser stands in this file, in the order in which the library
 // starts; the last one is the attach step, and its destructor the detach step. The language runs them in this order
-// when the library is loaded and in reverse when it is unloaded or the process ends. All other statics are constinit.
+// when the library is loaded and in reverse when it is unloaded or the process ends. All other statics are constinit:
+// they are right before the first of these steps, and those that are never destroyed serve until after the last.
 
+#include <Bedrock/Library.h>
+
+#include <Bedrock/memory/PString.h>
+#include <Bedrock/platform/Module.h>
 #include <Bedrock/threads/Time.h>
+
+#include <clocale>
 
 namespace Zem
 {
 
+constinit std::intptr_t Library::module = 0;
+constinit std::atomic<std::int32_t> Library::threads{0};
+
+// The clocks.
 const std::int64_t Time::freq = Time::QueryCounterFrequency();
+
+// The attach step: from here on text can be interned.
+struct Attachment
+{
+    Attachment() noexcept
+    {
+        Library::module = Platform::ModuleAt(&Library::module).value;
+        // Characters as the user's locale has them; numbers stay as in C, since formats print them. A locale that the
+        // system lacks leaves things as they are.
+        std::setlocale(LC_CTYPE, "");
+        PString::Init();
+    }
+
+    // Handles that live on see the null cache, and let their nodes be.
+    ~Attachment()
+    {
+        if (!Library::HasThreads())
+            PString::Done();
+    }
+
+    Attachment(const Attachment&) = delete;
+    Attachment& operator=(const Attachment&) = delete;
+};
+
+namespace
+{
+
+const Attachment attachment;
+
+} // namespace
 
 } // namespace Zem

@@ -7,10 +7,6 @@
 namespace Zem
 {
 
-// The stated virtual operations are all that a derived class may replace; nobody deletes one through a base.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-
 /// A module of code that is loaded by name at run time.
 ///
 /// Failures are told by the result and change nothing but what is said. A copy shares the module without owning a load
@@ -26,7 +22,6 @@ public:
     DynamicLibrary() noexcept = default;
     DynamicLibrary(const DynamicLibrary&) noexcept = default;
     DynamicLibrary& operator=(const DynamicLibrary&) = delete; // would lose the module that is open here
-    ~DynamicLibrary();
 
     /// Closes what is open, then loads module `name` (searched as the platform does; a path is used as it stands).
     /// Returns: true if it is loaded. On false nothing is open.
@@ -39,10 +34,11 @@ public:
     /// Returns: true if it was found.
     virtual bool Import(void** target, const char* symbol);
 
+    /// Closes what is open, by the `Close` of this class.
+    virtual ~DynamicLibrary();
+
 private:
     std::intptr_t handle = 0; // the platform's module; 0 when none is open
 };
-
-#pragma GCC diagnostic pop
 
 } // namespace Zem

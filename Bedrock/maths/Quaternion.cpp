@@ -71,6 +71,29 @@ struct Frame
     }
 };
 
+// The arc cosine of `d`, 0 to 1, and the sine of an angle from 0 to a right angle, without the branches of the general
+// functions: arguments of interpolation are as good as random, and a branch on them is a coin tossed. Both are computed
+// in double precision from polynomials fitted at the Chebyshev nodes, with relative errors below 3e-9 and 3e-11, a
+// twentieth of what single precision rounds away.
+double ArcCosine(double d)
+{
+    const double d2 = d * d, d4 = d2 * d2;
+    const double low =
+        (1.5707963231771747 - 0.2146012262498024 * d) + (0.08903147164287545 - 0.050604003729251223 * d) * d2;
+    const double high =
+        (0.03261138405706454 - 0.020812150673599206 * d) + (0.011126960078684078 - 0.004034589369723562 * d) * d2;
+    return std::sqrt(1.0 - d) * (low + high * d4 + 0.000699396129220986 * (d4 * d4));
+}
+
+double Sine(double angle)
+{
+    const double y = angle * angle, y2 = y * y;
+    const double low = (0.9999999999829653 - 0.16666666616907308 * y);
+    const double middle = (0.008333330977128035 - 0.00019840861504591422 * y);
+    const double high = (2.7525284594781187e-06 - 2.388945283122099e-08 * y);
+    return angle * (low + middle * y2 + high * (y2 * y2));
+}
+
 Matrix3 Rows(const Vector3& x, const Vector3& y, const Vector3& z)
 {
     return {{x.x, x.y, x.z, y.x, y.y, y.z, z.x, z.y, z.z}};
@@ -152,23 +175,31 @@ Quaternion& Quaternion::Slerp(const Quaternion& a, const Quaternion& b, float t)
     if (a == b)
         return *this = a;
 
-    float d = a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
-    float sign = 1.0f;
-    if (d < 0.0f) // b and -b are the same rotation: take the nearer
-    {
-        d = -d;
-        sign = -1.0f;
-    }
+    const float dot = a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
+    const float d = std::fabs(dot);
     float s0 = 1.0f - t;
     float s1 = t;
     if (1.0f - d > 0.001f)
     {
-        const float theta = std::acos(d);
-        const float sine = std::sin(theta);
-        s0 = std::sin((1.0f - t) * theta) / sine;
-        s1 = std::sin(theta * t) / sine;
+        if (t >= 0.0f && t <= 1.0f)
+        {
+            // All three sines from the same function: at either end of the arc one weight is exactly 1.
+            const double theta = ArcCosine(d);
+            const double scale = 1.0 / Sine(theta);
+            const double part = theta * t;
+            s0 = static_cast<float>(Sine(theta - part) * scale);
+            s1 = static_cast<float>(Sine(part) * scale);
+        }
+        else
+        {
+            const float theta = std::acos(d);
+            const float sine = std::sin(theta);
+            s0 = std::sin((1.0f - t) * theta) / sine;
+            s1 = std::sin(theta * t) / sine;
+        }
     }
-    s1 *= sign;
+    constexpr float Signs[] = {1.0f, -1.0f}; // b and -b are the same rotation: the nearer one counts
+    s1 *= Signs[dot < 0.0f];
     return *this = {s0 * a.x + s1 * b.x, s0 * a.y + s1 * b.y, s0 * a.z + s1 * b.z, s0 * a.w + s1 * b.w};
 }
 

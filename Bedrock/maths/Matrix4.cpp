@@ -82,12 +82,17 @@ Matrix4& Matrix4::Invert()
     const Beside row0(copy.row[0]), row1(copy.row[1]), row2(copy.row[2]), row3(copy.row[3]);
     const Minors low(row2, row3);
     const Minors high(row0, row1);
-    Row inverse[4] = {low.EvenCofactors(row1), low.OddCofactors(row0), high.EvenCofactors(row3),
-                      high.OddCofactors(row2)};
-    const Row reciprocal = 1.0f / Determinant(copy.row[0], inverse[0]);
-    for (Row& row : inverse)
-        row *= reciprocal; // the signs of the cofactors go with it
-    std::memcpy(m, inverse, sizeof m);
+    const Row row0cofactors = low.EvenCofactors(row1);
+    const Row reciprocal = 1.0f / Determinant(copy.row[0], row0cofactors); // the signs of the cofactors go with it
+    const auto put = [&](int row, Row cofactors)
+    {
+        cofactors *= reciprocal;
+        std::memcpy(m + 4 * row, &cofactors, sizeof cofactors);
+    };
+    put(0, row0cofactors);
+    put(1, low.OddCofactors(row0));
+    put(2, high.EvenCofactors(row3));
+    put(3, high.OddCofactors(row2));
     return *this;
 }
 

@@ -32,6 +32,7 @@
 #include <Bedrock/threads/Time.h>
 
 // Maths and display helpers
+#include <Bedrock/maths/Color.h>
 #include <Bedrock/maths/LCRand.h>
 #include <Bedrock/maths/Matrix3.h>
 #include <Bedrock/maths/Matrix4.h>

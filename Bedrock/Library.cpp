@@ -5,6 +5,7 @@
 
 #include <Bedrock/Library.h>
 
+#include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Module.h>
 #include <Bedrock/threads/Time.h>
@@ -16,6 +17,14 @@ namespace Zem
 
 constinit std::intptr_t Library::module = 0;
 constinit std::atomic<std::int32_t> Library::threads{0};
+
+namespace
+{
+
+// The allocator: from here on threads keep freed blocks to themselves.
+[[maybe_unused]] const Alloc alloc;
+
+} // namespace
 
 // The clocks.
 const std::int64_t Time::freq = Time::QueryCounterFrequency();

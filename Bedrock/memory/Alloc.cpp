@@ -4,8 +4,8 @@
 // it to the last block. A full magazine gives its older half to the list, an empty one takes as many back: so the blocks
 // of one thread come out last in, first out, as if there was only the list.
 
-#include <Bedrock/memory/Alloc.h>
 #include <Bedrock/host/Debugger.h>
+#include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/AllocReport.h>
 #include <Bedrock/platform/AddressSpace.h>
 #include <Bedrock/platform/Pause.h>
@@ -77,20 +77,20 @@ static_assert(HeapBytes(1) == (isWide ? 20 : 8) && HeapBytes(511) == (isWide ? 4
 static_assert(LimitOf(1) == 1025 && LimitOf(3) == 342 && LimitOf(256) == 5 && LimitOf(511) == 3);
 
 // The class of a block, with what the header cannot hold.
-void SetClass(WidePrefix* block, std::uint32_t c)
+[[maybe_unused]] void SetClass(WidePrefix* block, std::uint32_t c)
 {
     block->wide = c;
     block->header = HeaderOf(c);
 }
-void SetClass(NarrowPrefix* block, std::uint32_t c)
+[[maybe_unused]] void SetClass(NarrowPrefix* block, std::uint32_t c)
 {
     block->header = HeaderOf(c);
 }
-std::uint32_t LargeClass(const WidePrefix* block)
+[[maybe_unused]] std::uint32_t LargeClass(const WidePrefix* block)
 {
     return block->wide;
 }
-std::uint32_t LargeClass(const NarrowPrefix* block)
+[[maybe_unused]] std::uint32_t LargeClass(const NarrowPrefix* block)
 {
     return block->header >> 9;
 }
@@ -162,10 +162,7 @@ struct alignas(64) ClassRecord
     Counter blocks{0};
     Counter peak{0};
 
-    std::uint32_t Room() const
-    {
-        return limit - leased - Get(count);
-    }
+    std::uint32_t Room() const { return limit - leased - Get(count); }
 };
 static_assert(sizeof(ClassRecord) == 64);
 
@@ -206,14 +203,8 @@ struct Magazine
     void** base = nullptr;
     Counter hits{0};
 
-    std::uint32_t Blocks() const
-    {
-        return static_cast<std::uint32_t>(top.load(std::memory_order_relaxed) - base);
-    }
-    std::uint32_t Room() const
-    {
-        return static_cast<std::uint32_t>(end - base);
-    }
+    std::uint32_t Blocks() const { return static_cast<std::uint32_t>(top.load(std::memory_order_relaxed) - base); }
+    std::uint32_t Room() const { return static_cast<std::uint32_t>(end - base); }
 };
 
 // Lives for ever once made; a thread that ends leaves its cache to the next one.
@@ -385,8 +376,8 @@ constexpr std::uint32_t arenaBytes = 256 * 1024;
 constexpr std::uint32_t arenaHeader = 0; // class 0, which no other block has
 
 alignas(16) constinit unsigned char arena[arenaBytes] = {};
-constinit std::atomic<std::uint64_t> arenaState{0};    // blocks in use << 32 | bytes given out
-constinit std::atomic<Block*> putAside{nullptr};       // ordinary blocks freed in a report
+constinit std::atomic<std::uint64_t> arenaState{0}; // blocks in use << 32 | bytes given out
+constinit std::atomic<Block*> putAside{nullptr};    // ordinary blocks freed in a report
 
 void* ArenaNew(std::size_t size)
 {
@@ -649,8 +640,14 @@ Alloc::Statistics Alloc::OfClass(unsigned c) noexcept
     if (c >= classes)
         return {};
     const ClassRecord& record = table.records[c];
-    Statistics result = {Get(record.count),  record.limit,     Get(record.hits), Get(record.misses),
-                         Get(record.blocks), Get(record.peak), 0,                0};
+    Statistics result = {Get(record.count),
+                         record.limit,
+                         Get(record.hits),
+                         Get(record.misses),
+                         Get(record.blocks),
+                         Get(record.peak),
+                         0,
+                         0};
     if (c < magazineClasses)
         for (const ThreadCache* cache = allCaches.load(std::memory_order_acquire); cache; cache = cache->next)
         {

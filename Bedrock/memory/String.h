@@ -176,7 +176,7 @@ private:
 // The common case, room enough, is copied in the caller: there a literal's length is known.
 inline void String::Append(const char* s, std::size_t n) noexcept
 {
-    if (n >= allocSize - length) // also with no buffer
+    if (n + 1 >= allocSize - length) // exactly when the buffer must grow, and with no buffer
         return AppendSlow(s, n);
     std::memmove(data + length, s, n);
     length += static_cast<unsigned>(n);

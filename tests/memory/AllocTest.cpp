@@ -31,7 +31,7 @@ struct Watched
     Alloc::Statistics before;
 };
 
-std::uint32_t HeaderOf(const void* block)
+[[maybe_unused]] std::uint32_t HeaderOf(const void* block)
 {
     std::uint32_t header;
     std::memcpy(&header, static_cast<const char*>(block) - 4, 4);

@@ -40,3 +40,7 @@
 #include <Bedrock/maths/Quaternion.h>
 #include <Bedrock/maths/Rand.h>
 #include <Bedrock/maths/Vector3.h>
+
+// Bitmaps
+#include <Bedrock/bitmap/Bitmap.h>
+#include <Bedrock/bitmap/PackedColor.h>

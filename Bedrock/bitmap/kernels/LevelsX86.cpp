@@ -1,0 +1,27 @@
+// Which kernels an x86 processor can run. The SSE2 and AVX2 sources are compiled for their level and hold nothing but
+// kernels; what looks at the processor stands here, in code that every processor runs.
+
+#include <Bedrock/bitmap/kernels/Kernels.h>
+
+namespace Zem::Kernels
+{
+
+extern const Set sse2Set;
+extern const Set avx2Set;
+
+const Set* SetOf(Level level)
+{
+    switch (level)
+    {
+    case Level::Avx2:
+        // The compiler's check asks the operating system too: it must save the upper halves of the registers.
+        return __builtin_cpu_supports("avx2") ? &avx2Set : nullptr;
+    case Level::Sse2:
+        return __builtin_cpu_supports("sse2") ? &sse2Set : nullptr;
+    case Level::Scalar:
+        break;
+    }
+    return &scalarSet;
+}
+
+} // namespace Zem::Kernels

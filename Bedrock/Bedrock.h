@@ -18,11 +18,15 @@
 #include <Bedrock/memory/String.h>
 
 // Host frame and diagnostics
+#include <Bedrock/host/Crc.h>
 #include <Bedrock/host/Debugger.h>
 #include <Bedrock/host/DynamicLibrary.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/host/ResultClass.h>
 #include <Bedrock/host/SharedMemory.h>
+
+// Files
+#include <Bedrock/files/BPE.h>
 
 // Threads, time and scheduling
 #include <Bedrock/threads/CriticalSection.h>

@@ -134,11 +134,9 @@ TEST(BPE, AsPlainAtBlockEndsAndOnRealFiles)
             cycle[i] = static_cast<std::uint8_t>(i % (n % 2 ? 210 : 211));
         ASSERT_NO_FATAL_FAILURE(ExpectAsPlain(cycle));
     }
-    for (const char* name : {"/proc/self/exe", __FILE__})
+    for (const char* name : {"/proc/self/exe", "/proc/self/maps"})
     {
         SCOPED_TRACE(name);
-        if (!std::filesystem::exists(name))
-            continue;
         const Bytes file = ::Test::ReadFile(name);
         for (std::size_t at = 0; at < file.size() && at < 40 * 16384; at += 16384)
             ASSERT_NO_FATAL_FAILURE(

@@ -11,6 +11,11 @@ namespace Zem::Kernels
 /// that alpha and component are the two low bytes of an entry's offset.
 extern const std::uint8_t (&premultiplied)[256][256];
 
+/// Copies are the system's memmove and memcpy at every level: they choose for the processor by themselves.
+void CopyARGB(void* dst, const void* src, int count);
+void CopyRGB24(void* dst, const void* src, int count);
+void CopyRGB16(void* dst, const void* src, int count);
+
 /// Every pixel loop by name, for one level of processor. README.md of this folder says which format uses which.
 struct Set
 {

@@ -70,21 +70,6 @@ void CopyAscending(Byte* dst, const Byte* src, std::size_t bytes)
     std::memcpy(dst, src, bytes);
 }
 
-void CopyARGB(void* dst, const void* src, int count)
-{
-    CopyAscending(static_cast<Byte*>(dst), static_cast<const Byte*>(src), static_cast<std::size_t>(count) * 4);
-}
-
-void CopyRGB24(void* dst, const void* src, int count)
-{
-    CopyAscending(static_cast<Byte*>(dst), static_cast<const Byte*>(src), static_cast<std::size_t>(count) * 3);
-}
-
-void CopyRGB16(void* dst, const void* src, int count)
-{
-    CopyAscending(static_cast<Byte*>(dst), static_cast<const Byte*>(src), static_cast<std::size_t>(count) * 2);
-}
-
 // b, g, r and alpha 255.
 void RGB24ToARGB(void* dst, const void* src, int count)
 {
@@ -206,12 +191,13 @@ void BlendARGBToRGB24(void* dst, const void* src, int count)
     auto from = static_cast<const Byte*>(src);
     for (; count > 0; --count, to += 3, from += 4)
     {
-        const std::uint32_t a = from[3];
+        const std::uint32_t s = Load32(from);
+        const std::uint32_t a = s >> 24;
         if (a == 0)
             continue;
         const std::uint32_t w = a + 1; // 256 gives the source's bytes unchanged
         for (int i = 0; i < 3; ++i)
-            to[i] = static_cast<Byte>((from[i] * w >> 8) + (to[i] * (256 - w) >> 8));
+            to[i] = static_cast<Byte>(((s >> 8 * i & 255) * w >> 8) + (to[i] * (256 - w) >> 8));
     }
 }
 
@@ -278,6 +264,21 @@ void BlendFillARGB(void* dst, PackedColor color, int count, int stride)
 }
 
 } // namespace
+
+void CopyARGB(void* dst, const void* src, int count)
+{
+    CopyAscending(static_cast<Byte*>(dst), static_cast<const Byte*>(src), static_cast<std::size_t>(count) * 4);
+}
+
+void CopyRGB24(void* dst, const void* src, int count)
+{
+    CopyAscending(static_cast<Byte*>(dst), static_cast<const Byte*>(src), static_cast<std::size_t>(count) * 3);
+}
+
+void CopyRGB16(void* dst, const void* src, int count)
+{
+    CopyAscending(static_cast<Byte*>(dst), static_cast<const Byte*>(src), static_cast<std::size_t>(count) * 2);
+}
 
 constinit const Set scalarSet = {
     CopyARGB,  CopyRGB24,        CopyRGB16,        RGB24ToARGB, RGB16ToARGB, RGB16ToRGB24, RGB24ToRGB16,

@@ -29,21 +29,14 @@ struct Size
 /// 32-bit numbers overflows.
 struct Rect : Point, Size
 {
-    constexpr Rect() : Point{0, 0}, Size{0, 0}
-    {
-    }
-    constexpr Rect(Point corner, Size size) : Point(corner), Size(size)
-    {
-    }
+    constexpr Rect() : Point{0, 0}, Size{0, 0} {}
+    constexpr Rect(Point corner, Size size) : Point(corner), Size(size) {}
     constexpr Rect(std::int32_t left, std::int32_t top, std::int32_t columns, std::int32_t rows)
         : Point{left, top}, Size{columns, rows}
     {
     }
 
-    constexpr bool IsEmpty() const
-    {
-        return width <= 0 || height <= 0;
-    }
+    constexpr bool IsEmpty() const { return width <= 0 || height <= 0; }
 
     constexpr bool Contains(Point p) const
     {
@@ -70,10 +63,7 @@ struct Rect : Point, Size
     }
 
 private:
-    static constexpr std::int64_t Min(std::int64_t a, std::int64_t b)
-    {
-        return a < b ? a : b;
-    }
+    static constexpr std::int64_t Min(std::int64_t a, std::int64_t b) { return a < b ? a : b; }
 };
 
 } // namespace Zem

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Bedrock/Export.h>
+#include <Bedrock/memory/HeapOperators.h>
 
 #include <cstdint>
 
@@ -18,6 +19,7 @@ namespace Zem
 ///         run();
 class ZEM_API DynamicLibrary
 {
+    ZEM_HEAP_OPERATORS
 public:
     DynamicLibrary() noexcept = default;
     DynamicLibrary(const DynamicLibrary&) noexcept = default;

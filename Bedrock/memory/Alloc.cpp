@@ -4,10 +4,10 @@
 // it to the last block. A full magazine gives its older half to the list, an empty one takes as many back: so the blocks
 // of one thread come out last in, first out, as if there was only the list.
 
-#include <Bedrock/host/Debugger.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/AllocReport.h>
 #include <Bedrock/platform/AddressSpace.h>
+#include <Bedrock/platform/Debug.h>
 #include <Bedrock/platform/Pause.h>
 #include <Bedrock/platform/Poison.h>
 #include <Bedrock/platform/ThreadExit.h>
@@ -683,7 +683,7 @@ void Alloc::Dump() noexcept
                   "Search: %8u - Maximum %u\nAlloc : %8u bytes, %u no.\n",
                   now.hits, percent(now.hits), now.misses, now.large, percent(now.large), search, search, now.allocated,
                   total);
-    Debugger::Output(text);
+    Platform::WriteDebugOutput(text);
 }
 
 // ---- reports, faults, tests

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Bedrock/Export.h>
+#include <Bedrock/memory/HeapOperators.h>
 
 #include <cstdint>
 
@@ -14,6 +15,7 @@ namespace Zem
 /// Threads: all operations may be called from any thread at once; making and destroying may not.
 class ZEM_API SyncObject
 {
+    ZEM_HEAP_OPERATORS
 public:
     static constexpr std::uint32_t Forever = 0xFFFFFFFF;
 

@@ -13,7 +13,8 @@ namespace Test
 
 std::uint64_t Seed()
 {
-    static const std::uint64_t seed = [] {
+    static const std::uint64_t seed = []
+    {
         const char* text = std::getenv("BEDROCK_TEST_SEED");
         return text ? std::strtoull(text, nullptr, 0) : std::random_device{}();
     }();

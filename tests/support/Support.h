@@ -50,15 +50,9 @@ public:
     Directory(const Directory&) = delete;
     Directory& operator=(const Directory&) = delete;
 
-    const std::filesystem::path& Path() const
-    {
-        return path;
-    }
+    const std::filesystem::path& Path() const { return path; }
     /// Path of a file in it, as text.
-    std::string operator/(const std::string& name) const
-    {
-        return (path / name).string();
-    }
+    std::string operator/(const std::string& name) const { return (path / name).string(); }
 
 private:
     std::filesystem::path path;

@@ -47,4 +47,5 @@
 
 // Bitmaps
 #include <Bedrock/bitmap/Bitmap.h>
+#include <Bedrock/bitmap/ImageProcessing.h>
 #include <Bedrock/bitmap/PackedColor.h>

@@ -170,6 +170,18 @@ public:
     /// Returns: false for the other formats.
     bool SetTransparency(float amount);
 
+    /// The image reduced to `newWidth` by `newHeight` pixels, each the mean of its block, channel by channel (alpha like
+    /// the others), cut to whole numbers. All four sizes are powers of two, and the new ones no larger than the old;
+    /// the format is `RGB24`, `ARGB32` or `XRGB32`, and the pitch a multiple of 4.
+    /// Returns: a bitmap of the same format, which the caller deletes; null if refused, or if the heap is exhausted.
+    /// Cost: every byte of the source is read once.
+    Bitmap* Scale(int newWidth, int newHeight) const;
+
+    /// A copy of the pixels in `rect`, in the format of this bitmap and with a pitch of its own, without a palette.
+    /// Returns: a bitmap that the caller deletes; null if `rect` is empty or reaches out of the image, or if the heap is
+    /// exhausted.
+    Bitmap* Crop(const Rect& rect);
+
     bool IsValid() const { return pixels != nullptr; }
     Format GetFormat() const { return format; }
     std::uint32_t GetNumBytes() const { return numBytes; }

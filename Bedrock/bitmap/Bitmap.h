@@ -182,6 +182,74 @@ public:
     /// exhausted.
     Bitmap* Crop(const Rect& rect);
 
+    // ---- Shapes. A form without `clip` draws on the whole bitmap; a `clip` is trusted to lie inside it. Coordinates may
+    // lie anywhere. Nothing is drawn on a `Blob`.
+
+    /// Flag bits of `style`, read where a shape says so.
+    enum Style
+    {
+        StyleFilled = 1,      ///< `Box`, `Circle`, `Triangle`
+        StyleAntialiased = 2, ///< `Line`, `Circle`, `Triangle`
+        StyleBlend = 4        ///< `Line`, `Box`: composite with `blendFill`
+    };
+
+    /// A line with both end points. Antialiased (Wu's algorithm), it stores pixels with reduced alpha, so that a 32-bit
+    /// bitmap can be composited later.
+    void Line(Point a, Point b, PackedColor color, int style);
+    void Line(Point a, Point b, PackedColor color, int style, const Rect& clip);
+
+    /// A rectangle, as outline or filled; no corner is written twice.
+    void Box(Rect rect, PackedColor color, int style);
+    void Box(Rect rect, PackedColor color, int style, const Rect& clip);
+
+    /// A midpoint circle of `radius` pixels around `center`. Filled, every pixel is written once.
+    void Circle(Point center, int radius, PackedColor color, int style);
+    void Circle(Point center, int radius, PackedColor color, int style, const Rect& clip);
+
+    /// A triangle in the styles 0 to 3; of other values the low two bits count. One that crosses the clip loses the last
+    /// of its rows, as its table ends before it.
+    void Triangle(Point pa, Point pb, Point pc, PackedColor color, int style);
+    void Triangle(Point pa, Point pb, Point pc, PackedColor color, int style, const Rect& clip);
+
+    /// Sets each channel to the mean of the three. With `dim` the pixels of a checkerboard fixed to absolute coordinates
+    /// get half their alpha; `RGB16` and `RGB24` then keep half of the old colour there.
+    void GrayScale(const Rect& rect);
+    void GrayScale(const Rect& rect, bool dim);
+    void GrayScale(const Rect& rect, const Rect& clip);
+    void GrayScale(const Rect& rect, bool dim, const Rect& clip);
+
+    /// Writes `color` to the pixels whose column plus row is even; nothing on a rectangle narrower than 2 pixels.
+    void Stipple(const Rect& rect, PackedColor color, const Rect& clip);
+
+    /// Walks from `from` toward `to` along a row or a column and returns the count of pixels read, from 1, at the first
+    /// that differs from `color`; 0 when `to`, which is not read, comes first, and off axis.
+    int LineScan(const Point& from, const Point& to, std::uint32_t color);
+
+    // ---- Transfers. `flags` has no effect. The source is cut to its bitmap, the destination to `clip`, which is trusted.
+    // An `Indexed8` or `Blob` source draws nothing. A bitmap transferred onto itself is processed from the top row down,
+    // each row from the left.
+
+    /// Composites the pixels of `sourceRect` by their alpha, the first at `at`.
+    void Image(const Bitmap& source, const Point& at, int flags);
+    void Image(const Bitmap& source, const Point& at, const Rect& sourceRect, int flags);
+    void Image(const Bitmap& source, const Point& at, const Rect& sourceRect, int flags, const Rect& clip);
+
+    /// The same, but a 32-bit bitmap takes 32-bit pixels unchanged, alpha included.
+    void CopyImage(const Bitmap& source, const Point& at, int flags);
+    void CopyImage(const Bitmap& source, const Point& at, const Rect& sourceRect, int flags);
+    void CopyImage(const Bitmap& source, const Point& at, const Rect& sourceRect, int flags, const Rect& clip);
+
+    /// Repeats the pixels of `tile` across `target`. Only the first band, about a tile wide, is composited; the rest
+    /// repeats that finished band, background included.
+    void Image(const Bitmap& source, const Rect& target, const Rect& tile, int flags, const Rect& clip);
+
+    /// Maps a texture onto a convex polygon of `count` points: affine, nearest texel, `texture` giving the place in
+    /// `source` of each corner. Column and row of a texel are masked with `xMask` and `yMask` (width - 1 and height - 1
+    /// of a source of powers of two repeat it); masks that reach outside the source draw nothing. `alpha` composites
+    /// onto a 32-bit bitmap in place of copying. A concave outline is drawn within bounds, with undefined insides.
+    void MapPolygon(int count, const Point* points, const Bitmap& source, const Point* texture, int xMask, int yMask,
+                    bool alpha);
+
     bool IsValid() const { return pixels != nullptr; }
     Format GetFormat() const { return format; }
     std::uint32_t GetNumBytes() const { return numBytes; }
@@ -240,11 +308,43 @@ protected:
     void TGA8(MemoryFile& file, bool keepIndexed);
     void BMP8(MemoryFile& file, bool keepIndexed, unsigned int colours);
 
+    // Parts of the shapes. A segment that clipping rejects has -1 for both x.
+
+    /// One row of a filled shape: first and last column, both included.
+    struct ScanLine
+    {
+        std::int32_t left;
+        std::int32_t right;
+    };
+
+    /// The rows of a filled shape, from row `top` down.
+    struct ScanTable
+    {
+        std::int32_t top;
+        std::int32_t count;
+        ScanLine* lines;
+    };
+
+    void Fill(const ScanTable* table, PackedColor color);
+    static void Sort(Point& a, Point& b, Point& c);
+    static void ClipLine(Point& a, Point& b, Rect clip);
+    /// Records the column of an edge on every row, in the field that `side` picks (false left, true right); at most
+    /// `rows` entries are there.
+    static void TraceLine(Point a, Point b, ScanLine* lines, std::int32_t rows, bool side);
+    /// The same, and paints the antialiased fringe just outside the span.
+    void TraceLineAlpha(Point a, Point b, PackedColor color, ScanLine* lines, std::int32_t rows, bool side);
+    void AntialiasedLine(Point a, Point b, PackedColor color, Rect clip);
+    void DrawCirclePoints(Point center, int x, int y, PackedColor color, Rect clip);
+    void DrawHLine(std::int64_t x0, std::int64_t x1, std::int64_t y, PackedColor color, const Rect& clip);
+    void DrawCircleLines(Point center, int x, int y, PackedColor color, bool& cap, const Rect& clip);
+
 private:
     void Install(Format newFormat);
     void TakeFrom(Bitmap& source) noexcept;
     void ViewOf(const Bitmap& source);
     bool AllocatePalette();
+    void Transfer(TransferKernel kernel, const Bitmap& source, Point at, Point corner, const Rect& sourceRect,
+                  const Rect& clip);
 
     std::int32_t width = 0;
     std::int32_t height = 0; // positive outside the loaders; see the row decoders

@@ -277,7 +277,8 @@ public:
 
     /// `progress` is called while a member is stored in an archive, with the bytes read and the bytes stored so far; the
     /// latter is 0 for a plain member. Null: nobody.
-    static void SetCallBack(bool (*progress)(std::uint32_t, std::uint32_t));
+    using Progress = bool (*)(std::uint32_t, std::uint32_t);
+    static void SetCallBack(Progress progress);
     static void SetLog(bool on);
 
 private:
@@ -316,16 +317,21 @@ private:
     void WriteBuffer();
     std::uint32_t FillBuffer();
     void Drop(std::uint32_t position) noexcept;
-    void WriteStraight(const std::uint8_t* src, std::size_t size);
+    void WriteStraight(const std::uint8_t* src, std::size_t bytes);
+    void Grow(std::uint32_t count) noexcept;
 
     // Below the buffer
     std::size_t ReadAt(void* dst, std::size_t size, std::uint64_t offset, bool& failed);
     std::size_t ReadWhole(void* dst, std::size_t size, std::uint64_t offset, bool& failed);
+    std::size_t ReadPieces(std::uint8_t* dst, std::size_t bytes, std::uint8_t (&tail)[2], std::uint64_t offset,
+                           bool& failed);
     std::size_t ReadNext(std::uint8_t* dst, std::size_t wanted);
     std::uint32_t FindChunk(const char* id, void* data, std::uint32_t max);
+    std::uint32_t BytesLeft(std::uint32_t wanted);
     std::uint32_t StoredLength();
 
     // FileStream.cpp
+    void TakeFirstFrame(std::size_t got);
     std::uint32_t ReadFrame(std::uint8_t* dst);
     bool ReadHeader(std::uint64_t offset, std::uint32_t& header);
     void SeekFrame(std::uint32_t target);
@@ -353,7 +359,7 @@ private:
     static constexpr std::uint32_t noHeader = 0xFFFFFFFF;
     static constexpr std::uint64_t noEnd = ~std::uint64_t{0};
 
-    static bool (*callback)(std::uint32_t, std::uint32_t);
+    static Progress callback;
 };
 
 // One subtraction, one compare and the copy while the buffer holds what is wanted.

@@ -1,0 +1,366 @@
+// File: opening, closing, the position. What reads stands in FileRead.cpp, what writes in FileWrite.cpp, compressed
+// streams in FileStream.cpp, the operations on names in FileStatic.cpp.
+
+#include <Bedrock/files/File.h>
+
+#include <Bedrock/files/FileSub.h>
+#include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/host/Exception.h>
+#include <Bedrock/memory/PString.h>
+#include <Bedrock/platform/Files.h>
+
+#include <cstdio>
+#include <exception>
+
+namespace Zem
+{
+
+const ResultTable File::results[8] = {
+    {"RES_UNKNOWN", "Unknown file error"},
+    {"RES_FILENOTFOUND", "File not found"},
+    {"RES_ALREADYOPEN", "File is already open"},
+    {"RES_MODENOTSUPPORTED", "Open mode not supported"},
+    {"RES_CANTWRITECOMPRESSED", "Can't write to a compressed file"},
+    {"RES_NOTCOMPRESSED", "Can't open non-compressed as read compressed file"},
+    {"RES_SUBSTNOTFOUND", "Subst not found"},
+    {nullptr, nullptr},
+};
+
+constinit File::Progress File::callback = nullptr;
+
+namespace
+{
+
+// The last word about data that could not be stored, where an exception is already on its way.
+void ReportLoss(const char* name, const Exception& failure) noexcept
+{
+    std::fprintf(stderr, "Bedrock: %s: %s\n", name, failure.Reason());
+}
+
+} // namespace
+
+File::File()
+    : buffer(static_cast<std::uint8_t*>(Alloc::New(blockSize))), mode(0), size(unknownSize), nextHeader(noHeader),
+      base(0), rawEnd(noEnd), systemPosition(0), flags(OwnsBuffer), substitute(nullptr), sub(nullptr), name("")
+{
+    Drop(0);
+}
+
+File::~File() noexcept(false)
+{
+    struct Release
+    {
+        ~Release()
+        {
+            if (file.flags & OwnsBuffer)
+                Alloc::Delete(file.buffer);
+        }
+        File& file;
+    } release{*this};
+
+    try
+    {
+        Close();
+    }
+    catch (const Exception& failure)
+    {
+        if (std::uncaught_exceptions() == 0)
+            throw;
+        ReportLoss(name, failure);
+    }
+}
+
+void File::SetBuffer(void* block)
+{
+    if (IsOpen())
+        return;
+    const std::uint32_t position = Tell();
+    if (flags & OwnsBuffer)
+        Alloc::Delete(buffer);
+    flags &= static_cast<std::uint8_t>(~OwnsBuffer);
+    buffer = static_cast<std::uint8_t*>(block);
+    Drop(position);
+}
+
+File::Result File::Open(const char* path, std::uint32_t openMode)
+{
+    if (IsOpen())
+        return RES_ALREADYOPEN;
+    // One letter before the colon is a drive.
+    const char* colon = path ? std::strchr(path, ':') : nullptr;
+    if (!colon || colon - path < 2)
+        return Open(PString(), path, openMode);
+    const auto length = static_cast<std::size_t>(colon - path);
+    if (length >= Path::capacity)
+        return RES_FILENOTFOUND;
+    char word[Path::capacity];
+    std::memcpy(word, path, length);
+    word[length] = '\0';
+    return Open(PString(word), colon + 1, openMode);
+}
+
+File::Result File::Open(const PString& subst, const char* path, std::uint32_t openMode)
+{
+    if (IsOpen())
+        return RES_ALREADYOPEN;
+    flags &= OwnsBuffer;
+    sub = nullptr;
+    substitute = nullptr;
+    mode = openMode;
+    base = 0;
+    rawEnd = noEnd;
+    systemPosition = 0;
+    size = unknownSize;
+    Drop(0);
+
+    if ((mode & 0xF000) == ModeNotSupported)
+        return RES_MODENOTSUPPORTED;
+    if (!buffer)
+        return RES_UNKNOWN;
+    if (!path || std::strlen(path) >= Path::capacity)
+        return RES_FILENOTFOUND;
+
+    unsigned openFlags = mode & 0x0F ? Platform::OpenReadWrite : Platform::OpenReadOnly;
+    if (mode & ModeCreate)
+    {
+        openFlags |= Platform::OpenCreate | Platform::OpenTruncate;
+        size = 0;
+    }
+    if (mode & ModeAppend)
+        openFlags |= Platform::OpenCreate | Platform::OpenAppend;
+
+    constexpr int permission = 0x180; // the owner reads and writes
+    const char* word = subst;
+    if (word && *word)
+        substitute = FileSubstList::Find(subst);
+    if (!substitute)
+        OpenHandle(path, openFlags, mode & 0x0F ? Platform::Share::DenyAll : Platform::Share::DenyWrite);
+    else if ((mode & 0xF0) == 0)
+        substitute->OpenWrite(*this, path, static_cast<int>(openFlags), permission);
+    else
+        substitute->OpenRead(*this, path, static_cast<int>(openFlags), permission);
+    if (!IsOpen())
+        return RES_FILENOTFOUND;
+
+    // A location has told where its bytes lie.
+    rawPosition = base;
+    systemPosition = base;
+    if (mode & ModeCreate)
+    {
+        if ((mode & 0xF0) == ModeRead)
+            mode = (mode & ~0xF0u) | ModeReadPlain;
+        return RES_OK;
+    }
+    if ((mode & 0xF0) != ModeRead && (mode & 0xF0) != ModeReadCompressed)
+        return RES_OK;
+    return Detect();
+}
+
+// Opens a file on disk and notes it as `name`. False leaves the handle closed.
+bool File::OpenHandle(const char* path, unsigned openFlags, Platform::Share share)
+{
+    if (std::strlen(path) >= Path::capacity)
+        return false;
+    name = path;
+    return Platform::OpenFile(handle, path, openFlags, share) == Platform::Status::Ok;
+}
+
+// Plain or compressed: the first four bytes tell. A whole block is fetched for them, as it will be wanted next, so that
+// a small file costs one read.
+File::Result File::Detect()
+{
+    bool failed = false;
+    std::size_t got = 0;
+    do
+    {
+        const std::size_t part = ReadAt(buffer + got, blockSize - got, base + got, failed);
+        if (failed)
+        {
+            Abandon();
+            return RES_UNKNOWN;
+        }
+        if (part == 0)
+            break;
+        got += part;
+    } while (got < 4);
+
+    const bool compressed = got >= 4 && std::memcmp(buffer, "CFIL", 4) == 0;
+    if (compressed && (mode & 0x0F))
+    {
+        Abandon();
+        return RES_CANTWRITECOMPRESSED;
+    }
+    if (!compressed && got >= 4 && (mode & 0xF0) == ModeReadCompressed)
+    {
+        Abandon();
+        return RES_NOTCOMPRESSED;
+    }
+    mode = (mode & ~0xF0u) | (compressed ? ModeReadCompressed : ModeReadPlain);
+    systemPosition = base + (got < 4 ? got : 4);
+    if (compressed)
+    {
+        base += 4;
+        Drop(0);
+        TakeFirstFrame(got);
+        return RES_OK;
+    }
+    if (size != unknownSize && got > size)
+        got = size;
+    readEnd = buffer + got;
+    rawPosition = base + got;
+    return RES_OK;
+}
+
+// Gives up a file that detection refused.
+void File::Abandon() noexcept
+{
+    if (!(flags & SharedHandle))
+        Platform::CloseFile(handle);
+    if (sub)
+        sub->ReleaseUse();
+    handle = {};
+    sub = nullptr;
+    Drop(0);
+}
+
+std::uint32_t File::Close()
+{
+    if (!IsOpen())
+        return 0;
+
+    // Whatever fails on the way, the object ends closed.
+    struct End
+    {
+        ~End()
+        {
+            file.handle = {};
+            file.sub = nullptr;
+            file.Drop(file.Tell());
+        }
+        File& file;
+    } end{*this};
+
+    const auto finish = [this] {
+        if (sub)
+            sub->CloseFile(*this);
+        else
+            CloseHandle();
+    };
+    try
+    {
+        WriteBuffer();
+    }
+    catch (const Exception&)
+    {
+        flags |= Broken;
+        try
+        {
+            finish();
+        }
+        catch (const Exception&) // the first failure is the one to tell
+        {
+        }
+        throw;
+    }
+    finish();
+    return 0;
+}
+
+void File::CloseHandle()
+{
+    const Platform::FileHandle closing = handle;
+    handle = {};
+    if ((mode & 0x0F) == ModeWriteCompressed && !(flags & Broken))
+    {
+        CompressFile(closing, name, buffer);
+        return;
+    }
+    const Platform::Status status = Platform::CloseFile(closing);
+    if (status != Platform::Status::Ok && (mode & 0x0F))
+        throw FileEx("File", __LINE__, "Close() Failed to store data");
+}
+
+// Forgets what the buffer holds; the position is `position`, and the next raw read is there.
+void File::Drop(std::uint32_t position) noexcept
+{
+    current = buffer;
+    readEnd = buffer;
+    writeEnd = buffer;
+    bufferStart = position;
+    rawPosition = base + position;
+    nextHeader = noHeader;
+}
+
+std::uint32_t File::Seek(std::int32_t offset, FileSeek origin)
+{
+    if (IsOpen() && (mode & 0x0F) == ModeWriteCompressed)
+        throw FileEx("File", __LINE__, "Seek() Can't seek writing compressed file");
+    WriteBuffer();
+    std::uint32_t target = static_cast<std::uint32_t>(offset);
+    switch (static_cast<int>(origin))
+    {
+    case FileSeekSet:
+        break;
+    case FileSeekCur:
+        target += Tell();
+        break;
+    case FileSeekEnd:
+        target = Size() - target;
+        break;
+    default:
+        return 0xFFFFFFFF;
+    }
+
+    // What is in hand serves, the end of it too: nobody else may write to the file meanwhile.
+    const auto inHand = static_cast<std::uint32_t>(readEnd - buffer);
+    if (target >= bufferStart && target - bufferStart <= inHand && writeEnd == buffer)
+        current = buffer + (target - bufferStart);
+    else if ((mode & 0xF0) == ModeReadCompressed && IsOpen())
+        SeekFrame(target);
+    else
+        Drop(target);
+    if (flags & SharedHandle)
+        systemPosition = base + target;
+    return target;
+}
+
+// The length that the system tells: for a member that of its payload.
+std::uint32_t File::StoredLength()
+{
+    if (rawEnd != noEnd)
+        return static_cast<std::uint32_t>(rawEnd - base);
+    Platform::FileInfo info;
+    if (!IsOpen() || Platform::GetInfo(handle, info) != Platform::Status::Ok)
+        throw FileEx("File", __LINE__, "Size() failed to get file length");
+    return static_cast<std::uint32_t>(info.length < Platform::largestFile ? info.length : Platform::largestFile);
+}
+
+std::uint32_t File::Size()
+{
+    const auto pending = writeEnd == buffer ? 0 : static_cast<std::uint32_t>(current - buffer);
+    if (size == unknownSize)
+    {
+        WriteBuffer();
+        const std::uint32_t length = StoredLength();
+        // A compressed member without a size reads to the end of its payload; its stored length must not cut it.
+        if (rawEnd != noEnd && (mode & 0xF0) == ModeReadCompressed)
+            return length;
+        size = length;
+        return size;
+    }
+    if (pending == 0)
+        return size;
+    if (mode & ModeAppend)
+        return size + pending;
+    return Tell() > size ? Tell() : size;
+}
+
+void File::GetStamp(Time& time)
+{
+    Platform::FileInfo info;
+    if (!IsOpen() || Platform::GetInfo(handle, info) != Platform::Status::Ok)
+        throw FileEx("File", __LINE__, "GetStamp() failure");
+    time = static_cast<std::int32_t>(info.modified);
+}
+
+} // namespace Zem

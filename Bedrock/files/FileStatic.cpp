@@ -1,0 +1,165 @@
+// File: the operations on names. What registers and looks up substitutes stands in FileSubst.cpp.
+
+#include <Bedrock/files/File.h>
+
+#include <Bedrock/files/FileSub.h>
+#include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/host/Exception.h>
+#include <Bedrock/memory/PString.h>
+#include <Bedrock/platform/Files.h>
+
+namespace Zem
+{
+
+namespace
+{
+
+bool Fits(const char* name)
+{
+    return name && std::strlen(name) < FilePath::capacity;
+}
+
+bool IsSeparator(char c)
+{
+    return c == '/' || c == '\\';
+}
+
+// Behind the colon, without one leading separator.
+const char* Inside(const char* name)
+{
+    const char* path = FilePath::GetPath(name);
+    return IsSeparator(*path) ? path + 1 : path;
+}
+
+FileSubstitute* Lookup(const PString& subst)
+{
+    const char* word = subst;
+    return word && *word ? FileSubstList::Find(subst) : nullptr;
+}
+
+} // namespace
+
+File::Result File::Exists(const char* path)
+{
+    if (!Fits(path))
+        return RES_FILENOTFOUND;
+    if (FileSubstitute* found = Path::GetSubst(path))
+    {
+        PString word;
+        return found->Exists(word, Inside(path));
+    }
+    return Platform::Exists(path) ? RES_OK : RES_FILENOTFOUND;
+}
+
+File::Result File::Exists(PString& subst, const char* path)
+{
+    FileSubstitute* found = Lookup(subst);
+    if (!found)
+        return Exists(path);
+    return Fits(path) ? found->Exists(subst, path) : Result(RES_FILENOTFOUND);
+}
+
+bool File::Unlink(const char* path)
+{
+    if (!Fits(path))
+        return false;
+    if (FileSubstitute* found = Path::GetSubst(path))
+        return found->Unlink(Inside(path));
+    return Platform::Remove(path) == Platform::Status::Ok;
+}
+
+bool File::Unlink(const PString& subst, const char* path)
+{
+    FileSubstitute* found = Lookup(subst);
+    return found ? Fits(path) && found->Unlink(path) : Unlink(path);
+}
+
+bool File::Rename(const char* from, const char* to)
+{
+    if (!Fits(from) || !Fits(to))
+        return false;
+    if (FileSubstitute* found = Path::GetSubst(from))
+        return found->Rename(Path::GetPath(from), Path::GetPath(to));
+    return Platform::Rename(from, to) == Platform::Status::Ok;
+}
+
+bool File::Rename(const PString& subst, const char* from, const char* to)
+{
+    FileSubstitute* found = Lookup(subst);
+    return found ? Fits(from) && Fits(to) && found->Rename(from, to) : Rename(from, to);
+}
+
+bool File::Cd(const char* path)
+{
+    return Fits(path) && Platform::ChangeFolder(path) == Platform::Status::Ok;
+}
+
+bool File::Rd(const char* path)
+{
+    return Fits(path) && Platform::RemoveFolder(path) == Platform::Status::Ok;
+}
+
+bool File::Md(const char* path)
+{
+    if (!Fits(path))
+        return false;
+    Path rest(path);
+    Path made("");
+    while (rest.Length() > 0)
+    {
+        made.Add(rest.ExtractFirstPath());
+        if (Platform::Exists(made))
+            continue;
+        const Platform::Status status = Platform::MakeFolder(made);
+        if (status != Platform::Status::Ok && status != Platform::Status::Exists) // made by another just now
+            return false;
+    }
+    return true;
+}
+
+bool File::GetStamp(Time& time, const char* path)
+{
+    if (!Fits(path))
+        return false;
+    if (FileSubstitute* found = Path::GetSubst(path))
+    {
+        time = 0;
+        return found->GetStamp(time, Inside(path));
+    }
+    Platform::FileInfo info;
+    if (Platform::GetInfo(path, info) != Platform::Status::Ok)
+        return false;
+    time = static_cast<std::int32_t>(info.modified);
+    return true;
+}
+
+void File::SetStamp(Time& time, const char* path)
+{
+    Platform::FileInfo info;
+    if (!Fits(path) || Platform::GetInfo(path, info) != Platform::Status::Ok ||
+        Platform::SetTimes(path, info.accessed, time.seconds) != Platform::Status::Ok)
+        throw FileEx("File", __LINE__, "SetStamp() failure");
+}
+
+bool File::TrueName(char* path)
+{
+    if (!Fits(path))
+        return false;
+    FileSubstitute* found = Path::GetSubst(path);
+    if (!found)
+        return Platform::Exists(path);
+    const char* inside = Inside(path);
+    std::memmove(path, inside, std::strlen(inside) + 1);
+    return found->TrueName(path);
+}
+
+void File::SetCallBack(Progress progress)
+{
+    callback = progress;
+}
+
+void File::SetLog(bool)
+{
+}
+
+} // namespace Zem

@@ -240,7 +240,8 @@ std::uint32_t File::Close()
         File& file;
     } end{*this};
 
-    const auto finish = [this] {
+    const auto finish = [this]
+    {
         if (sub)
             sub->CloseFile(*this);
         else

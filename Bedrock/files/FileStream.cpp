@@ -242,10 +242,7 @@ struct Draft : Handle
         if (name[0])
             Platform::Remove(name);
     }
-    void Keep()
-    {
-        name[0] = '\0';
-    }
+    void Keep() { name[0] = '\0'; }
     char name[4096] = "";
 };
 
@@ -275,7 +272,8 @@ bool WriteFrames(Platform::FileHandle plain, std::uint64_t length, Platform::Fil
         return false;
     for (std::uint64_t done = 0; done < length;)
     {
-        const auto count = static_cast<std::uint32_t>(length - done < File::blockSize ? length - done : File::blockSize);
+        const auto count =
+            static_cast<std::uint32_t>(length - done < File::blockSize ? length - done : File::blockSize);
         if (!ReadBlockAt(plain, done, block, count))
             return false;
         const std::uint32_t packed = BPE::Comp(work, block, count);
@@ -337,7 +335,8 @@ void File::CompressFile(Platform::FileHandle plainHandle, const char* path, std:
 {
     Handle plain;
     plain.file = plainHandle;
-    const auto compress = [&] {
+    const auto compress = [&]
+    {
         Draft draft;
         char target[sizeof draft.name];
         Platform::FileInfo info;
@@ -352,7 +351,10 @@ void File::CompressFile(Platform::FileHandle plainHandle, const char* path, std:
             Platform::Commit(draft.file) != Platform::Status::Ok)
             return false;
         Platform::CopyAccess(plain.file, draft.file);
-        return Publish(draft, target, work) && Platform::SetHidden(target, false) == Platform::Status::Ok;
+        if (!Publish(draft, target, work))
+            return false;
+        Platform::SetHidden(target, false);
+        return true;
     };
     if (!compress())
         throw FileEx("File", __LINE__, "Close() Failed to compress file");
@@ -387,8 +389,7 @@ Platform::Status TemporaryFile::Make(Platform::FileHandle& out, char* name, std:
         *end++ = digits[number >> 4];
         *end++ = digits[number & 15];
         *end = '\0';
-        status = Platform::OpenFile(out, name,
-                                    Platform::OpenReadWrite | Platform::OpenCreate | Platform::OpenExclusive,
+        status = Platform::OpenFile(out, name, Platform::OpenReadWrite | Platform::OpenCreate | Platform::OpenExclusive,
                                     Platform::Share::DenyAll);
     }
     if (status == Platform::Status::Ok)

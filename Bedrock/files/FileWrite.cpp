@@ -151,8 +151,14 @@ std::uint32_t File::WriteBlock(const char* id, const void* data, std::uint32_t l
 {
     PrepareWrite();
     WriteBuffer();
-    std::uint8_t header[8] = {0, 0, 0, 0, static_cast<std::uint8_t>(length), static_cast<std::uint8_t>(length >> 8),
-                              static_cast<std::uint8_t>(length >> 16), static_cast<std::uint8_t>(length >> 24)};
+    std::uint8_t header[8] = {0,
+                              0,
+                              0,
+                              0,
+                              static_cast<std::uint8_t>(length),
+                              static_cast<std::uint8_t>(length >> 8),
+                              static_cast<std::uint8_t>(length >> 16),
+                              static_cast<std::uint8_t>(length >> 24)};
     std::memcpy(header, id, 4);
     std::size_t stored = 0;
     std::size_t written = 0;
@@ -161,7 +167,8 @@ std::uint32_t File::WriteBlock(const char* id, const void* data, std::uint32_t l
     systemPosition += written + stored;
     if (size != unknownSize)
     {
-        const auto end = static_cast<std::uint32_t>(mode & ModeAppend ? size + written + stored : systemPosition - base);
+        const auto end =
+            static_cast<std::uint32_t>(mode & ModeAppend ? size + written + stored : systemPosition - base);
         size = end > size ? end : size;
     }
     return static_cast<std::uint32_t>(stored);

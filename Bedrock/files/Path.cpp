@@ -45,18 +45,9 @@ public:
         std::memcpy(text + length, piece, n);
         length += n;
     }
-    void Add(const char* piece)
-    {
-        Add(piece, std::strlen(piece));
-    }
-    std::size_t Length() const
-    {
-        return length;
-    }
-    char Last() const
-    {
-        return length ? text[length - 1] : '\0';
-    }
+    void Add(const char* piece) { Add(piece, std::strlen(piece)); }
+    std::size_t Length() const { return length; }
+    char Last() const { return length ? text[length - 1] : '\0'; }
     void Store(char* path) const
     {
         if (!fits)
@@ -324,12 +315,13 @@ bool FilePath::IsMatch(const char* name, const char* pattern, const char** subdi
     const char* const begin = name;
     const char* const fileNamePattern = pattern + BehindLast(pattern, IsSeparator);
 
-    const char* fileName = name;   // where every alternative starts
-    const char* star = nullptr;    // the armed star
+    const char* fileName = name;    // where every alternative starts
+    const char* star = nullptr;     // the armed star
     const char* starName = nullptr; // and where its next try starts
 
     // Goes back to the armed star, which is spent with that. False if there is none.
-    const auto goBack = [&] {
+    const auto goBack = [&]
+    {
         if (!star)
             return false;
         pattern = star;
@@ -338,7 +330,8 @@ bool FilePath::IsMatch(const char* name, const char* pattern, const char** subdi
         return true;
     };
     // One step at a star that faces a byte of the name: it eats the byte, or is armed and passed.
-    const auto stepStar = [&] {
+    const auto stepStar = [&]
+    {
         if (IsSeparator(*name))
             ++pattern;
         else if (pattern[1] && pattern[1] != ';' && (pattern[1] == '?' || Fold(*name) == Fold(pattern[1])))

@@ -14,7 +14,7 @@
 #include <functional>
 #include <sys/stat.h>
 
-using Test::FaultPlan;
+using ::Test::FaultPlan;
 using Zem::File;
 
 namespace
@@ -24,7 +24,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 Bytes Noise(std::size_t n, std::uint64_t salt)
 {
-    auto random = Test::Random(salt);
+    auto random = ::Test::Random(salt);
     Bytes bytes(n);
     for (auto& b : bytes)
         b = static_cast<std::uint8_t>(random());
@@ -51,7 +51,7 @@ std::string Thrown(const std::function<void()>& call)
 
 TEST(File, OpensByModeAndFirstBytes)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     const struct
     {
         const char* what;
@@ -66,7 +66,10 @@ TEST(File, OpensByModeAndFirstBytes)
         {"three bytes of the mark", {'C', 'F', 'I'}, File::ModeReadCompressed, File::RES_OK, false},
         {"four other bytes", {'C', 'F', 'I', 'X'}, File::ModeReadCompressed, File::RES_NOTCOMPRESSED, false},
         {"compressed, to be read as stored", {'C', 'F', 'I', 'L'}, File::ModeReadPlain, File::RES_OK, false},
-        {"write a compressed one", {'C', 'F', 'I', 'L'}, File::ModeRead | File::ModeWrite, File::RES_CANTWRITECOMPRESSED,
+        {"write a compressed one",
+         {'C', 'F', 'I', 'L'},
+         File::ModeRead | File::ModeWrite,
+         File::RES_CANTWRITECOMPRESSED,
          false},
         {"refused mode", {'a'}, File::ModeRead | File::ModeNotSupported, File::RES_MODENOTSUPPORTED, false},
         {"other top bits are ignored", {'a'}, File::ModeRead | 0x2000, File::RES_OK, false},
@@ -74,7 +77,7 @@ TEST(File, OpensByModeAndFirstBytes)
     for (const auto& row : rows)
     {
         SCOPED_TRACE(row.what);
-        Test::WriteFile("f", row.bytes);
+        ::Test::WriteFile("f", row.bytes);
         FaultPlan plan(FaultPlan::Count);
         File file;
         EXPECT_EQ(file.Open("f", row.mode), row.result);
@@ -87,7 +90,7 @@ TEST(File, OpensByModeAndFirstBytes)
         }
         file.Close();
         EXPECT_EQ(plan.OpenHandles(), 0);
-        EXPECT_EQ(Test::ReadFile("f"), row.bytes);
+        EXPECT_EQ(::Test::ReadFile("f"), row.bytes);
     }
     File file;
     EXPECT_EQ(file.Open("absent", File::ModeRead), File::RES_FILENOTFOUND);
@@ -105,8 +108,8 @@ TEST(File, OpensByModeAndFirstBytes)
 
 TEST(File, KeepsWritersAndReadersApartAndNeverEmptiesAnothersFile)
 {
-    Test::Directory here;
-    Test::WriteFile("f", Bytes{'o', 'l', 'd'});
+    ::Test::Directory here;
+    ::Test::WriteFile("f", Bytes{'o', 'l', 'd'});
     File one;
     File other;
     ASSERT_EQ(one.Open("f", File::ModeRead), File::RES_OK);
@@ -114,15 +117,15 @@ TEST(File, KeepsWritersAndReadersApartAndNeverEmptiesAnothersFile)
     EXPECT_EQ(other.Open("f", File::ModeRead), File::RES_OK);
     other.Close();
     one.Close();
-    EXPECT_EQ(Test::ReadFile("f"), (Bytes{'o', 'l', 'd'}));
+    EXPECT_EQ(::Test::ReadFile("f"), (Bytes{'o', 'l', 'd'}));
     ASSERT_EQ(one.Open("f", File::ModeWrite), File::RES_OK);
     EXPECT_EQ(other.Open("f", File::ModeRead), File::RES_FILENOTFOUND);
 }
 
 TEST(File, SaysWhatIsWrong)
 {
-    Test::Directory here;
-    Test::WriteFile("f", Bytes{'a', 'b'});
+    ::Test::Directory here;
+    ::Test::WriteFile("f", Bytes{'a', 'b'});
     char c[8];
     File file;
     EXPECT_EQ(Thrown([&] { file.Read(c, 1, 1); }), "Read() File is not open");
@@ -149,17 +152,20 @@ TEST(File, SaysWhatIsWrong)
 
     // A pipe has no offsets.
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
-    EXPECT_EQ(Thrown([&] {
-                  (void)file.Open("pipe", File::ModeReadPlain);
-                  file.Read(c, 1, 1);
-              }).substr(0, 20),
+    EXPECT_EQ(Thrown(
+                  [&]
+                  {
+                      (void)file.Open("pipe", File::ModeReadPlain);
+                      file.Read(c, 1, 1);
+                  })
+                  .substr(0, 20),
               "Seek failure handle=");
 }
 
 TEST(File, CountsWholeItemsAndNumbers)
 {
-    Test::Directory here;
-    Test::WriteFile("f", Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+    ::Test::Directory here;
+    ::Test::WriteFile("f", Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
     File file;
     ASSERT_TRUE(file.Open("f", File::ModeRead));
     std::uint8_t buffer[12];
@@ -188,7 +194,7 @@ TEST(File, CountsWholeItemsAndNumbers)
     EXPECT_TRUE(file.Write(static_cast<unsigned char>(0xFE)) && file.Write(std::int16_t{-2}) && file.Write32(-3) &&
                 file.Write(1.5f));
     file.Close();
-    EXPECT_EQ(Test::ReadFile("n"), (Bytes{0xFE, 0xFE, 0xFF, 0xFD, 0xFF, 0xFF, 0xFF, 0, 0, 0xC0, 0x3F}));
+    EXPECT_EQ(::Test::ReadFile("n"), (Bytes{0xFE, 0xFE, 0xFF, 0xFD, 0xFF, 0xFF, 0xFF, 0, 0, 0xC0, 0x3F}));
 }
 
 TEST(File, ReadsLines)
@@ -208,11 +214,11 @@ TEST(File, ReadsLines)
         {"a line over several blocks", longLine + "\ny", 50000, {longLine + "\n", "y"}, 40002},
         {"a skip over several blocks", longLine + "\ny", 4, {"xx", "y"}, 40002},
     };
-    Test::Directory here;
+    ::Test::Directory here;
     for (const auto& row : rows)
     {
         SCOPED_TRACE(row.what);
-        Test::WriteFile("f", row.bytes);
+        ::Test::WriteFile("f", row.bytes);
         File file;
         ASSERT_TRUE(file.Open("f", File::ModeRead));
         auto block = std::make_unique<char[]>(row.size); // exactly
@@ -224,7 +230,7 @@ TEST(File, ReadsLines)
         EXPECT_EQ(file.ReadLine(block.get(), row.size), 0u);
         EXPECT_EQ(file.Tell(), row.tell);
     }
-    Test::WriteFile("f", std::string("abc\nd"));
+    ::Test::WriteFile("f", std::string("abc\nd"));
     File file;
     ASSERT_TRUE(file.Open("f", File::ModeRead));
     char two[2] = {'?', '?'};
@@ -237,7 +243,7 @@ TEST(File, ReadsLines)
 
 TEST(File, StoresTextWithItsLengthAndDistrustsTheLength)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     Zem::PString::Init();
     File file;
     ASSERT_TRUE(file.Open("f", File::ModeCreate | File::ModeWrite));
@@ -245,7 +251,7 @@ TEST(File, StoresTextWithItsLengthAndDistrustsTheLength)
     file.Write(Zem::PString());
     file.Write(Zem::PString("de"));
     file.Close();
-    EXPECT_EQ(Test::ReadFile("f"), (Bytes{3, 0, 0, 0, 'a', 'b', 'c', 0, 0, 0, 0, 2, 0, 0, 0, 'd', 'e'}));
+    EXPECT_EQ(::Test::ReadFile("f"), (Bytes{3, 0, 0, 0, 'a', 'b', 'c', 0, 0, 0, 0, 2, 0, 0, 0, 'd', 'e'}));
     Zem::String text;
     Zem::PString word("old");
     ASSERT_TRUE(file.Open("f", File::ModeRead));
@@ -260,7 +266,7 @@ TEST(File, StoresTextWithItsLengthAndDistrustsTheLength)
     // Lengths that cannot be true: what is left is what came.
     for (const std::uint32_t mode : {File::ModeRead, File::ModeReadPlain})
     {
-        Test::WriteFile("f", Bytes{0xFF, 0xFF, 0xFF, 0xFF, 'x', 'y'});
+        ::Test::WriteFile("f", Bytes{0xFF, 0xFF, 0xFF, 0xFF, 'x', 'y'});
         ASSERT_TRUE(file.Open("f", mode));
         EXPECT_TRUE(file.Read(text));
         EXPECT_STREQ(text, "xy");
@@ -273,15 +279,16 @@ TEST(File, StoresTextWithItsLengthAndDistrustsTheLength)
 
 TEST(File, WalksChunksPastTheBuffer)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     File file;
     ASSERT_TRUE(file.Open("f", File::ModeCreate | File::ModeWrite));
     EXPECT_EQ(file.WriteBlock("ONE ", "abc", 3), 3u);
     EXPECT_EQ(file.WriteBlock("TWO ", "defgh", 5), 5u);
     EXPECT_EQ(file.Tell(), 0u);
     file.Close();
-    const Bytes stored = {'O', 'N', 'E', ' ', 3, 0, 0, 0, 'a', 'b', 'c', 'T', 'W', 'O', ' ', 5, 0, 0, 0, 'd', 'e', 'f', 'g', 'h'};
-    EXPECT_EQ(Test::ReadFile("f"), stored);
+    const Bytes stored = {'O', 'N', 'E', ' ', 3, 0, 0, 0,   'a', 'b', 'c', 'T',
+                          'W', 'O', ' ', 5,   0, 0, 0, 'd', 'e', 'f', 'g', 'h'};
+    EXPECT_EQ(::Test::ReadFile("f"), stored);
 
     char data[8] = {};
     ASSERT_TRUE(file.Open("f", File::ModeReadPlain));
@@ -297,14 +304,14 @@ TEST(File, WalksChunksPastTheBuffer)
 // Reads, writes and seeks in any order against the bytes as they must be, over all buffer borders.
 TEST(File, AgreesWithAModelOnAnySequence)
 {
-    Test::Directory here;
-    auto random = Test::Random(1);
+    ::Test::Directory here;
+    auto random = ::Test::Random(1);
     for (int round = 0; round < 30; ++round)
     {
         Bytes model = Noise(random() % 70000, random());
         if (model.size() >= 4)
             model[0] = 'x'; // no mark of a compressed stream
-        Test::WriteFile("f", model);
+        ::Test::WriteFile("f", model);
         File file;
         ASSERT_TRUE(file.Open("f", File::ModeRead | File::ModeWrite));
         std::size_t at = 0;
@@ -314,7 +321,8 @@ TEST(File, AgreesWithAModelOnAnySequence)
             const std::size_t n = random() % 3 ? 1 + random() % 64 : sizes[random() % 7];
             switch (random() % 4)
             {
-            case 0: {
+            case 0:
+            {
                 Bytes got(n);
                 const std::size_t expected = at < model.size() ? std::min(n, model.size() - at) : 0;
                 ASSERT_EQ(file.Read(got.data(), n, 1), expected);
@@ -322,7 +330,8 @@ TEST(File, AgreesWithAModelOnAnySequence)
                 at += expected;
                 break;
             }
-            case 1: {
+            case 1:
+            {
                 const Bytes put = Noise(n, random());
                 ASSERT_EQ(file.Write(put.data(), n, 1), n);
                 if (model.size() < at + n)
@@ -344,13 +353,13 @@ TEST(File, AgreesWithAModelOnAnySequence)
             }
         }
         file.Close();
-        ASSERT_EQ(Test::ReadFile("f"), model);
+        ASSERT_EQ(::Test::ReadFile("f"), model);
     }
 }
 
 TEST(File, AppendsWhateverThePosition)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     for (const char* text : {"ab", "cd"})
     {
         File file;
@@ -360,14 +369,14 @@ TEST(File, AppendsWhateverThePosition)
         file.Write(text + 1, 1, 1);
         EXPECT_EQ(file.Size(), *text == 'a' ? 2u : 4u);
     }
-    EXPECT_EQ(Test::ReadFile("f"), (Bytes{'a', 'b', 'c', 'd'}));
+    EXPECT_EQ(::Test::ReadFile("f"), (Bytes{'a', 'b', 'c', 'd'}));
 }
 
 // Each call of the system fails once, or comes short: what is read is right or the failure is told, what was written and
 // closed without a word is on the disk, and nothing leaks.
 TEST(File, SurvivesEveryFailingCall)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     Bytes content = Noise(50000, 7);
     content[0] = 'x';
     for (const auto kind : {FaultPlan::Fail, FaultPlan::FailFrom, FaultPlan::Short})
@@ -413,9 +422,13 @@ TEST(File, SurvivesEveryFailingCall)
                 EXPECT_EQ(plan.OpenHandles(), 0) << plan.What() << n;
                 // A device that has no locks, a full one that kept all the data: only these may pass unnoticed.
                 if (!told)
-                    EXPECT_EQ(Test::ReadFile("f"), content) << plan.What() << n;
+                {
+                    EXPECT_EQ(::Test::ReadFile("f"), content) << plan.What() << n;
+                }
                 if (kind == FaultPlan::Short)
+                {
                     EXPECT_FALSE(told) << plan.What() << n;
+                }
                 if (!plan.Reached())
                     break;
                 ASSERT_LT(n, 100);
@@ -425,7 +438,7 @@ TEST(File, SurvivesEveryFailingCall)
 // A flush that fails keeps what it could not store: once there is room, nothing is missing.
 TEST(File, StoresPendingDataWhenTheDiskHasRoomAgain)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     for (const std::uint32_t create : {File::ModeCreate, File::ModeAppend})
     {
         std::filesystem::remove("f");
@@ -439,51 +452,53 @@ TEST(File, StoresPendingDataWhenTheDiskHasRoomAgain)
         EXPECT_EQ(file.Tell(), 3u);
         file.Write("d", 1, 1);
         file.Close();
-        EXPECT_EQ(Test::ReadFile("f"), (Bytes{'a', 'b', 'c', 'd'}));
+        EXPECT_EQ(::Test::ReadFile("f"), (Bytes{'a', 'b', 'c', 'd'}));
     }
 }
 
 // A destructor tells a failed flush by a throw, but never during another one.
 TEST(File, DestructorThrowsUnlessAnotherFailureIsOnItsWay)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     for (const bool unwinding : {false, true})
     {
-        const std::string reason = Thrown([&] {
-            auto file = std::make_unique<File>();
-            (void)file->Open("f", File::ModeCreate | File::ModeWrite);
-            file->Write("a", 1, 1);
-            FaultPlan broken(FaultPlan::FailFrom, 1, EIO);
-            struct Owner
+        const std::string reason = Thrown(
+            [&]
             {
-                ~Owner() noexcept(false) { delete file; }
-                File* file;
-            } owner{file.release()};
-            if (unwinding)
-                throw Zem::FileEx("File", 1, "the first failure");
-        });
+                auto file = std::make_unique<File>();
+                (void)file->Open("f", File::ModeCreate | File::ModeWrite);
+                file->Write("a", 1, 1);
+                FaultPlan broken(FaultPlan::FailFrom, 1, EIO);
+                struct Owner
+                {
+                    ~Owner() noexcept(false) { delete file; }
+                    File* file;
+                } owner{file.release()};
+                if (unwinding)
+                    throw Zem::FileEx("File", 1, "the first failure");
+            });
         EXPECT_EQ(reason, unwinding ? "the first failure" : "WriteBuffer(void) Writing failed");
     }
 }
 
 TEST(File, WorksOnNames)
 {
-    Test::Directory here;
+    ::Test::Directory here;
     EXPECT_TRUE(File::Md("a"));
     EXPECT_TRUE(File::Md("a/b\\c"));
     EXPECT_TRUE(File::Md("a/b/c/"));
     EXPECT_TRUE(std::filesystem::is_directory("a/b/c"));
     EXPECT_TRUE(File::Md((here / "abs/d").c_str()));
-    Test::WriteFile("a/f", Bytes{'1'});
+    ::Test::WriteFile("a/f", Bytes{'1'});
     EXPECT_FALSE(File::Md("a/f/g"));
     EXPECT_EQ(File::Exists("a\\f"), File::RES_OK);
     EXPECT_EQ(File::Exists("a/"), File::RES_OK);
     EXPECT_EQ(File::Exists("a/g"), File::RES_FILENOTFOUND);
     EXPECT_EQ(File::Exists(std::string(400, 'a').c_str()), File::RES_FILENOTFOUND);
 
-    Test::WriteFile("a/g", Bytes{'2'});
+    ::Test::WriteFile("a/g", Bytes{'2'});
     EXPECT_FALSE(File::Rename("a/f", "a/g")); // taken
-    EXPECT_EQ(Test::ReadFile("a/g"), Bytes{'2'});
+    EXPECT_EQ(::Test::ReadFile("a/g"), Bytes{'2'});
     EXPECT_TRUE(File::Rename("a/f", "a/h"));
     EXPECT_FALSE(File::Rename("a/f", "a/i"));
     EXPECT_TRUE(File::Unlink("a/h"));

@@ -122,10 +122,7 @@ public:
     }
     SystemName(const SystemName&) = delete;
     SystemName& operator=(const SystemName&) = delete;
-    operator const char*() const noexcept
-    {
-        return text;
-    }
+    operator const char*() const noexcept { return text; }
 
 private:
     const char* text;
@@ -209,6 +206,8 @@ Status OpenFile(FileHandle& out, const char* name, unsigned flags, Share share, 
     if (status != Status::Ok)
     {
         systemCalls.close(fd);
+        if (flags & OpenExclusive)
+            systemCalls.unlink(path); // nobody else's: this call made it
         return status;
     }
     if (info)
@@ -251,9 +250,9 @@ Status WriteAt(FileHandle handle, std::uint64_t offset, const void* src, std::si
     const int fd = Descriptor(handle);
     while (written < size)
     {
-        ssize_t result = Restart([&] {
-            return systemCalls.pwrite(fd, bytes + written, size - written, static_cast<off_t>(offset + written));
-        });
+        ssize_t result = Restart(
+            [&]
+            { return systemCalls.pwrite(fd, bytes + written, size - written, static_cast<off_t>(offset + written)); });
         if (result < 0 && errno == ESPIPE) // a pipe or terminal has no offsets: in order is all it knows
             result = Restart([&] { return systemCalls.write(fd, bytes + written, size - written); });
         if (result < 0)

@@ -27,6 +27,11 @@
 
 // Files
 #include <Bedrock/files/BPE.h>
+#include <Bedrock/files/Entry.h>
+#include <Bedrock/files/File.h>
+#include <Bedrock/files/FileSub.h>
+#include <Bedrock/files/MemoryFile.h>
+#include <Bedrock/files/Path.h>
 
 // Threads, time and scheduling
 #include <Bedrock/threads/CriticalSection.h>

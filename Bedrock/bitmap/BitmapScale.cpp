@@ -108,7 +108,7 @@ void PutMean(std::uint8_t* to, Sums4 sums, std::uint32_t shift)
         to[channel] = static_cast<std::uint8_t>(sums[channel]);
 }
 
-struct Image
+struct Source
 {
     std::uint8_t* row; // the first
     std::ptrdiff_t pitch;
@@ -116,7 +116,7 @@ struct Image
 
 // One row of the result, from the `stepY` rows at `source`, whose `width` pixels make blocks of `stepX`.
 template <int Channels>
-void ScaleRow(std::uint8_t* to, Image source, std::uint32_t width, std::uint32_t stepX, std::uint32_t stepY,
+void ScaleRow(std::uint8_t* to, Source source, std::uint32_t width, std::uint32_t stepX, std::uint32_t stepY,
               std::uint32_t shift)
 {
     alignas(16) std::uint16_t columns[PartPixels * Channels + 1]; // three channels are read four at a time
@@ -184,7 +184,7 @@ Bitmap* Bitmap::Scale(int newWidth, int newHeight) const
     for (std::int32_t y = 0; y < newHeight; ++y)
     {
         std::uint8_t* to = result->GetPtr(Point{0, y});
-        const Image source{GetPtr(Point{0, y * static_cast<std::int32_t>(stepY)}), pitch};
+        const Source source{GetPtr(Point{0, y * static_cast<std::int32_t>(stepY)}), pitch};
         if (shift == 0)
             std::memcpy(to, source.row, static_cast<std::size_t>(width) * bytesPerPixel);
         else if (format == RGB24)

@@ -22,7 +22,8 @@ constexpr unsigned slotCount = 4096;       // slots of the pair table
 constexpr unsigned leastCount = 3;         // occurrences that make a pair worth a code
 constexpr unsigned groupSize = 64;         // slots of a group, of which the highest count is known
 constexpr unsigned groupCount = slotCount / groupSize;
-constexpr unsigned lane = 16; // bytes that move at once; buffers have that much room behind their end
+constexpr unsigned stretch = 64; // bytes that are searched at once; buffers have room for it at their end
+constexpr unsigned lane = 16;    // bytes that an expansion writes at once
 
 // ---------------------------------------------------------------------------------------------- 64 bytes at a time
 
@@ -51,7 +52,7 @@ inline unsigned FirstOf(const std::uint8_t* bytes, std::uint8_t value)
 {
 #if defined(__SSE2__)
     const __m128i wanted = _mm_set1_epi8(static_cast<char>(value));
-    for (unsigned i = 0;; i += lane)
+    for (unsigned i = 0;; i += 16)
     {
         const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(bytes + i));
         if (const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(v, wanted)))
@@ -65,27 +66,40 @@ inline unsigned FirstOf(const std::uint8_t* bytes, std::uint8_t value)
 #endif
 }
 
-// Copies one lane from `src` to `dst` and gives the index of the first pair (l, h) that begins in it, or `lane`.
-// Reads one byte behind the lane.
-inline unsigned CopyUpToPair(std::uint8_t* dst, const std::uint8_t* src, std::uint8_t l, std::uint8_t h)
+// Copies from `src` to `dst` up to the first pair (l, h) and gives its index, or one from `limit` on if no pair begins
+// before. Whole stretches of 64 bytes are read and written, and one byte more is read.
+inline unsigned CopyUpToPair(std::uint8_t* dst, const std::uint8_t* src, unsigned limit, std::uint8_t l, std::uint8_t h)
 {
+    unsigned i = 0;
 #if defined(__SSE2__)
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-    const __m128i behind = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 1));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), v);
-    const __m128i hit = _mm_and_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(l))),
-                                      _mm_cmpeq_epi8(behind, _mm_set1_epi8(static_cast<char>(h))));
-    const unsigned hits = static_cast<unsigned>(_mm_movemask_epi8(hit)) | 1u << lane;
-    return static_cast<unsigned>(std::countr_zero(hits));
+    const __m128i left = _mm_set1_epi8(static_cast<char>(l)), right = _mm_set1_epi8(static_cast<char>(h));
+    const auto step = [&](unsigned at) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + at));
+        const __m128i behind = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + at + 1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + at), v);
+        return _mm_and_si128(_mm_cmpeq_epi8(v, left), _mm_cmpeq_epi8(behind, right));
+    };
+    // A branch that is foreseen, not an index that is waited for, takes this from stretch to stretch.
+    for (; i < limit; i += 64)
+    {
+        const __m128i a = step(i), b = step(i + 16), c = step(i + 32), d = step(i + 48);
+        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0)
+            continue;
+        const std::uint64_t hits = static_cast<std::uint64_t>(_mm_movemask_epi8(a)) |
+                                   static_cast<std::uint64_t>(_mm_movemask_epi8(b)) << 16 |
+                                   static_cast<std::uint64_t>(_mm_movemask_epi8(c)) << 32 |
+                                   static_cast<std::uint64_t>(_mm_movemask_epi8(d)) << 48;
+        return i + static_cast<unsigned>(std::countr_zero(hits));
+    }
 #else
-    for (unsigned i = 0; i < lane; ++i)
+    for (; i < limit; ++i)
     {
         if (src[i] == l && src[i + 1] == h)
-            return i;
+            break;
         dst[i] = src[i];
     }
-    return lane;
 #endif
+    return i;
 }
 
 // ---------------------------------------------------------------------------------------------- compression
@@ -122,7 +136,7 @@ private:
     {
         const unsigned key = Key(a, b);
         unsigned slot = ((b & 0x7Fu) << 5) ^ a;
-        while (keys[slot] != key && counts[slot] != 0)
+        while ((keys[slot] != key) & (counts[slot] != 0)) // one branch, nearly always foreseen
             slot = (slot + 1) % slotCount;
         return slot;
     }
@@ -155,7 +169,7 @@ private:
     std::uint8_t highest[groupCount];           // highest count of each group; of a marked one, at least that
     std::uint16_t keys[slotCount];              // pair of each slot: left + 256 * right
     std::uint64_t marked;                       // bit g: a highest count of group g may have fallen
-    std::uint8_t buffers[2][blockLimit + 2 * lane];
+    std::uint8_t buffers[2][blockLimit + 2 * stretch];
     unsigned current;                      // which of the two holds the block
     std::uint32_t size;                    // bytes in it
     std::uint32_t tableSize;               // bytes in `table`
@@ -242,11 +256,11 @@ void Block::Replace(std::uint8_t l, std::uint8_t h, std::uint8_t code)
     std::uint32_t r = 0, w = 0;
     while (r < old)
     {
-        const unsigned step = CopyUpToPair(out + w, buffer + r, l, h);
+        const unsigned step = CopyUpToPair(out + w, buffer + r, old - r, l, h);
         r += step;
         w += step;
-        if (step == lane || r >= old)
-            continue;
+        if (r >= old)
+            break;
         if (r > 0)
         {
             Decrease(out[w - 1], l);
@@ -261,7 +275,7 @@ void Block::Replace(std::uint8_t l, std::uint8_t h, std::uint8_t code)
         ++w;
         r += 2;
     }
-    // A lane may have taken bytes from behind the end along, or have ended on the last byte.
+    // The last stretch may have taken bytes from behind the end along, or have ended on the last byte.
     const std::uint32_t total = size;
     if (r > total)
     {

@@ -19,6 +19,7 @@ namespace
 constexpr std::uint32_t blockLimit = 2048; // bytes loaded into a block
 constexpr unsigned valueLimit = 210;       // distinct byte values after which a block is full
 constexpr unsigned slotCount = 4096;       // slots of the pair table
+constexpr unsigned cellCount = 8192;       // cells of the map that finds a pair's slot
 constexpr unsigned leastCount = 3;         // occurrences that make a pair worth a code
 constexpr unsigned groupSize = 64;         // slots of a group, of which the highest count is known
 constexpr unsigned groupCount = slotCount / groupSize;
@@ -73,7 +74,8 @@ inline unsigned CopyUpToPair(std::uint8_t* dst, const std::uint8_t* src, unsigne
     unsigned i = 0;
 #if defined(__SSE2__)
     const __m128i left = _mm_set1_epi8(static_cast<char>(l)), right = _mm_set1_epi8(static_cast<char>(h));
-    const auto step = [&](unsigned at) {
+    const auto step = [&](unsigned at)
+    {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + at));
         const __m128i behind = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + at + 1));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + at), v);
@@ -106,10 +108,17 @@ inline unsigned CopyUpToPair(std::uint8_t* dst, const std::uint8_t* src, unsigne
 
 // One block while it is being compressed.
 //
-// The plain way looks at all slots for the most frequent pair, in each pass. Here each group of 64 slots knows its
-// highest count: an increase raises it at once, and a decrease of the highest marks the group, which is then looked
-// through before the next choice. Replacing copies between two buffers, a lane at a time. Counts change one by one and
-// in the order of the block all the same, because they saturate: another order would give other bytes.
+// A pair has a slot: the first free one from a place that its bytes give. The slot decides which of equally frequent
+// pairs is replaced first, so it is part of the format. Three things save the long walks over slots:
+// - A map finds the slot of a pair that has one, and a bit set the first free slot for one that has none.
+// - Each group of 64 slots knows its highest count: an increase raises it at once, and a decrease of the highest marks
+//   the group, which is then looked through before the next choice.
+// - Replacing copies from one buffer to the other, 64 bytes at a time.
+// Counts change one by one and in the order of the block all the same, because they saturate: another order would give
+// other bytes.
+//
+// Slots never run out. A block begins with at most 2,047 pairs, and each replacement makes two at most; but what repeats
+// is what gets replaced, so all that ever were are fewer than 3,700.
 class Block
 {
 public:
@@ -131,30 +140,61 @@ public:
 private:
     static unsigned Key(std::uint8_t a, std::uint8_t b) { return a | unsigned{b} << 8; }
 
-    // The slot of the pair (a, b): its own, or the free one that it will take.
-    unsigned Lookup(std::uint8_t a, std::uint8_t b) const
+    // The cell of the map that holds the pair's slot, or the free one where it belongs.
+    unsigned Cell(unsigned key) const
+    {
+        unsigned cell = (key * 40503u & 0xFFFF) / (65536 / cellCount);
+        while ((cells[cell] != 0) & (keys[cells[cell]] != key)) // one branch, nearly always foreseen
+            cell = (cell + 1) % cellCount;
+        return cell;
+    }
+
+    // A slot for a pair that has none: the first free one from its place on.
+    unsigned Take(std::uint8_t a, std::uint8_t b)
+    {
+        const unsigned place = ((b & 0x7Fu) << 5) ^ a;
+        unsigned word = place / 64;
+        std::uint64_t candidates = free[word] & ~std::uint64_t{0} << place % 64;
+        while (candidates == 0)
+        {
+            word = (word + 1) % (slotCount / 64);
+            candidates = free[word];
+        }
+        free[word] &= ~(candidates & -candidates);
+        return word * 64 + static_cast<unsigned>(std::countr_zero(candidates));
+    }
+
+    // Counts a pair once more; gives its slot.
+    unsigned Count(std::uint8_t a, std::uint8_t b)
     {
         const unsigned key = Key(a, b);
-        unsigned slot = ((b & 0x7Fu) << 5) ^ a;
-        while ((keys[slot] != key) & (counts[slot] != 0)) // one branch, nearly always foreseen
-            slot = (slot + 1) % slotCount;
+        const unsigned cell = Cell(key);
+        if (cells[cell] == 0)
+        {
+            const unsigned slot = Take(a, b);
+            cells[cell] = static_cast<std::uint16_t>(slot + 1);
+            keys[slot + 1] = static_cast<std::uint16_t>(key);
+            counts[slot] = 1;
+            return slot;
+        }
+        const unsigned slot = cells[cell] - 1u;
+        counts[slot] = static_cast<std::uint8_t>(counts[slot] + (counts[slot] != 255));
         return slot;
     }
 
     void Increase(std::uint8_t a, std::uint8_t b)
     {
-        const unsigned slot = Lookup(a, b);
-        const std::uint8_t count = counts[slot];
-        const std::uint8_t more = static_cast<std::uint8_t>(count + (count != 255));
-        keys[slot] = static_cast<std::uint16_t>(Key(a, b));
-        counts[slot] = more;
+        const unsigned slot = Count(a, b);
         std::uint8_t& high = highest[slot / groupSize];
-        high = more > high ? more : high;
+        high = counts[slot] > high ? counts[slot] : high;
     }
 
     void Decrease(std::uint8_t a, std::uint8_t b)
     {
-        const unsigned slot = Lookup(a, b);
+        const unsigned cell = Cell(Key(a, b));
+        if (cells[cell] == 0)
+            return;
+        const unsigned slot = cells[cell] - 1u;
         const std::uint8_t count = counts[slot];
         counts[slot] = static_cast<std::uint8_t>(count - (count > 1));
         marked |= std::uint64_t{count == highest[slot / groupSize]} << (slot / groupSize);
@@ -167,7 +207,9 @@ private:
 
     alignas(64) std::uint8_t counts[slotCount]; // occurrences, saturating at 255; 0 marks a free slot
     std::uint8_t highest[groupCount];           // highest count of each group; of a marked one, at least that
-    std::uint16_t keys[slotCount];              // pair of each slot: left + 256 * right
+    std::uint64_t free[slotCount / 64];         // bit s: slot s has no pair yet
+    std::uint16_t keys[slotCount + 1];          // pair of each slot s, at s + 1: left + 256 * right
+    std::uint16_t cells[cellCount];             // map from pairs to slots + 1; 0 marks a free cell
     std::uint64_t marked;                       // bit g: a highest count of group g may have fallen
     std::uint8_t buffers[2][blockLimit + 2 * stretch];
     unsigned current;                      // which of the two holds the block
@@ -182,6 +224,8 @@ private:
 const std::uint8_t* Block::Load(const std::uint8_t* src, const std::uint8_t* end)
 {
     std::memset(counts, 0, sizeof counts);
+    std::memset(free, 0xFF, sizeof free);
+    std::memset(cells, 0, sizeof cells);
     std::memset(present, 0, sizeof present);
     for (unsigned i = 0; i < 256; ++i)
         leftCode[i] = static_cast<std::uint8_t>(i);
@@ -202,9 +246,7 @@ const std::uint8_t* Block::Load(const std::uint8_t* src, const std::uint8_t* end
     for (std::uint8_t* out = buffer + 1; src < end && used < valueLimit; ++src, ++out)
     {
         const std::uint8_t c = *src;
-        const unsigned slot = Lookup(src[-1], c);
-        keys[slot] = static_cast<std::uint16_t>(Key(src[-1], c));
-        counts[slot] = static_cast<std::uint8_t>(counts[slot] + (counts[slot] != 255));
+        Count(src[-1], c);
         *out = c;
         used += !present[c];
         present[c] = true;
@@ -223,8 +265,8 @@ void Block::Compress()
         const unsigned slot = BestSlot();
         if (counts[slot] < leastCount)
             return;
-        const std::uint8_t l = static_cast<std::uint8_t>(keys[slot]);
-        const std::uint8_t h = static_cast<std::uint8_t>(keys[slot] >> 8);
+        const std::uint8_t l = static_cast<std::uint8_t>(keys[slot + 1]);
+        const std::uint8_t h = static_cast<std::uint8_t>(keys[slot + 1] >> 8);
         Replace(l, h, static_cast<std::uint8_t>(code));
         leftCode[code] = l;
         rightCode[code] = h;

@@ -1,0 +1,103 @@
+// The codec on any bytes, in three ways that the first byte chooses:
+//   0   compressed as they are: the bytes of the plain codec, and back again
+//   1   the same after an expansion by repeats, which reaches long blocks with many passes from few bytes
+//   2   expanded as foreign data, with a capacity from the second and third byte
+
+#include <Bedrock/files/BPE.h>
+
+#include "tests/files/PlainBPE.h"
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+using Bytes = std::vector<std::uint8_t>;
+
+void Require(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+void RoundTrip(const Bytes& input)
+{
+    const auto n = static_cast<std::uint32_t>(input.size());
+    const auto packed = std::make_unique<std::uint8_t[]>(n);
+    const auto plain = std::make_unique<std::uint8_t[]>(n);
+    const std::uint32_t size = Zem::BPE::Comp(packed.get(), input.data(), n);
+    Require(size == Plain::Comp(plain.get(), input.data(), n));
+    Require(std::equal(packed.get(), packed.get() + size, plain.get()));
+    if (size == n)
+        return;
+
+    const auto expanded = std::make_unique<std::uint8_t[]>(n);
+    const auto exact = std::make_unique<std::uint8_t[]>(size);
+    std::copy(packed.get(), packed.get() + size, exact.get());
+    Require(Zem::BPE::Decomp(expanded.get(), exact.get(), size) == n);
+    Require(std::equal(input.begin(), input.end(), expanded.get()));
+    std::uint32_t written = 0;
+    Require(Zem::BPE::DecompBounded(expanded.get(), n, exact.get(), size, written) && written == n);
+    Require(!Zem::BPE::DecompBounded(expanded.get(), n - 1, exact.get(), size, written) && written == 0);
+}
+
+// (count, length) pairs followed by `length` bytes that repeat `count` times, up to one frame of 16 KiB.
+Bytes Unroll(const std::uint8_t* data, std::size_t size)
+{
+    Bytes all;
+    while (size > 2 && all.size() < 16384)
+    {
+        const std::size_t count = data[0] % 64u + 1, length = std::min<std::size_t>(data[1] % 16u + 1, size - 2);
+        for (std::size_t i = 0; i < count; ++i)
+            all.insert(all.end(), data + 2, data + 2 + length);
+        data += 2 + length;
+        size -= 2 + length;
+    }
+    all.resize(std::min<std::size_t>(all.size(), 16384));
+    return all;
+}
+
+// What is understood is what the plain decoder makes of it, into a block of exactly the capacity.
+void ExpandForeign(std::uint32_t capacity, const std::uint8_t* data, std::uint32_t size)
+{
+    const auto src = std::make_unique<std::uint8_t[]>(size);
+    std::copy(data, data + size, src.get());
+    const auto dst = std::make_unique<std::uint8_t[]>(capacity);
+    std::uint32_t written = 99;
+    if (!Zem::BPE::DecompBounded(dst.get(), capacity, src.get(), size, written))
+    {
+        Require(written == 0);
+        return;
+    }
+    Require(written <= capacity);
+    const auto again = std::make_unique<std::uint8_t[]>(written);
+    Require(Zem::BPE::Decomp(again.get(), src.get(), size) == written);
+    Require(std::equal(dst.get(), dst.get() + written, again.get()));
+    // The plain decoder's stack is exhausted by no sound table: a code waits on it once at most.
+    Require(Plain::Decomp(again.get(), src.get(), size) == written);
+    Require(std::equal(dst.get(), dst.get() + written, again.get()));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    if (size == 0)
+        return 0;
+    switch (data[0] % 3)
+    {
+    case 0:
+        RoundTrip(Bytes(data + 1, data + size));
+        break;
+    case 1:
+        RoundTrip(Unroll(data + 1, size - 1));
+        break;
+    default:
+        if (size >= 3)
+            ExpandForeign((data[1] | data[2] << 8) % 20000u, data + 3, static_cast<std::uint32_t>(size - 3));
+        break;
+    }
+    return 0;
+}

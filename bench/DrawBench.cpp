@@ -33,18 +33,22 @@ struct Shape
 // Seed and ranges are fixed: lines of all lengths, triangles of about 60 pixels, circles of radius 2 to 33.
 const std::vector<Shape>& List()
 {
-    static const std::vector<Shape> list = [] {
+    static const std::vector<Shape> list = []
+    {
         std::mt19937 random(7);
         std::vector<Shape> made;
         for (int i = 0; i < shapes; ++i)
         {
-            const auto at = [&] { return Point{static_cast<int>(random() % width), static_cast<int>(random() % height)}; };
+            const auto at = [&] {
+                return Point{static_cast<int>(random() % width), static_cast<int>(random() % height)};
+            };
             const Point a = at();
             const auto near = [&] {
                 return Point{a.x + static_cast<int>(random() % 121) - 60, a.y + static_cast<int>(random() % 121) - 60};
             };
             const Point b = near(), c = near();
-            made.push_back({a, b, c, 2 + static_cast<int>(random() % 32), static_cast<std::uint32_t>(random()) | 0xFF000000});
+            made.push_back(
+                {a, b, c, 2 + static_cast<int>(random() % 32), static_cast<std::uint32_t>(random()) | 0xFF000000});
         }
         return made;
     }();
@@ -87,11 +91,13 @@ constexpr int textureSize = 64;
 
 Bitmap& Texture()
 {
-    static Bitmap texture = [] {
+    static Bitmap texture = []
+    {
         Bitmap made(Size{textureSize, textureSize}, Bitmap::ARGB32, nullptr);
         for (int y = 0; y < textureSize; ++y)
             for (int x = 0; x < textureSize; ++x)
-                made.Pixel({x, y}, PackedColor(0xFF000000u | static_cast<std::uint32_t>(x * 4 << 16 | y * 4 << 8 | (x ^ y))));
+                made.Pixel({x, y},
+                           PackedColor(0xFF000000u | static_cast<std::uint32_t>(x * 4 << 16 | y * 4 << 8 | (x ^ y))));
         return made;
     }();
     return texture;
@@ -100,10 +106,12 @@ Bitmap& Texture()
 void TexturedOurs(benchmark::State& state)
 {
     const Point corners[3] = {{0, 0}, {textureSize - 1, 0}, {0, textureSize - 1}};
-    Ours(state, [&](Bitmap& image, const Shape& s) {
-        const Point points[3] = {s.a, s.b, s.c};
-        image.MapPolygon(3, points, Texture(), corners, textureSize - 1, textureSize - 1, false);
-    });
+    Ours(state,
+         [&](Bitmap& image, const Shape& s)
+         {
+             const Point points[3] = {s.a, s.b, s.c};
+             image.MapPolygon(3, points, Texture(), corners, textureSize - 1, textureSize - 1, false);
+         });
 }
 
 BENCHMARK(LinesOurs)->Name("Draw/lines/Bedrock");
@@ -125,7 +133,8 @@ void Cairo(benchmark::State& state, bool smooth, bool stroke, Path path)
     {
         for (const Shape& s : List())
         {
-            cairo_set_source_rgb(cr, (s.color >> 16 & 255) / 255.0, (s.color >> 8 & 255) / 255.0, (s.color & 255) / 255.0);
+            cairo_set_source_rgb(cr, (s.color >> 16 & 255) / 255.0, (s.color >> 8 & 255) / 255.0,
+                                 (s.color & 255) / 255.0);
             path(cr, s);
             stroke ? cairo_stroke(cr) : cairo_fill(cr);
         }
@@ -136,12 +145,15 @@ void Cairo(benchmark::State& state, bool smooth, bool stroke, Path path)
     cairo_surface_destroy(surface);
 }
 
-const auto cairoLine = [](cairo_t* cr, const Shape& s) {
+const auto cairoLine = [](cairo_t* cr, const Shape& s)
+{
     cairo_move_to(cr, s.a.x + 0.5, s.a.y + 0.5);
     cairo_line_to(cr, s.b.x + 0.5, s.b.y + 0.5);
 };
-const auto cairoCircle = [](cairo_t* cr, const Shape& s) { cairo_arc(cr, s.a.x + 0.5, s.a.y + 0.5, s.radius, 0, 6.283185307179586); };
-const auto cairoTriangle = [](cairo_t* cr, const Shape& s) {
+const auto cairoCircle = [](cairo_t* cr, const Shape& s)
+{ cairo_arc(cr, s.a.x + 0.5, s.a.y + 0.5, s.radius, 0, 6.283185307179586); };
+const auto cairoTriangle = [](cairo_t* cr, const Shape& s)
+{
     cairo_move_to(cr, s.a.x, s.a.y);
     cairo_line_to(cr, s.b.x, s.b.y);
     cairo_line_to(cr, s.c.x, s.c.y);
@@ -194,14 +206,16 @@ SDL_Color ColorOf(std::uint32_t c)
 
 void LinesSdl(benchmark::State& state)
 {
-    Sdl(state, [](SDL_Renderer* renderer) {
-        for (const Shape& s : List())
+    Sdl(state,
+        [](SDL_Renderer* renderer)
         {
-            const SDL_Color c = ColorOf(s.color);
-            SDL_SetRenderDrawColor(renderer, c.r, c.g, c.b, 255);
-            SDL_RenderDrawLine(renderer, s.a.x, s.a.y, s.b.x, s.b.y);
-        }
-    });
+            for (const Shape& s : List())
+            {
+                const SDL_Color c = ColorOf(s.color);
+                SDL_SetRenderDrawColor(renderer, c.r, c.g, c.b, 255);
+                SDL_RenderDrawLine(renderer, s.a.x, s.a.y, s.b.x, s.b.y);
+            }
+        });
 }
 
 SDL_Vertex Vertex(Point p, SDL_Color c, float u, float v)
@@ -211,34 +225,39 @@ SDL_Vertex Vertex(Point p, SDL_Color c, float u, float v)
 
 void TrianglesSdl(benchmark::State& state)
 {
-    Sdl(state, [](SDL_Renderer* renderer) {
-        for (const Shape& s : List())
+    Sdl(state,
+        [](SDL_Renderer* renderer)
         {
-            const SDL_Color c = ColorOf(s.color);
-            const SDL_Vertex corners[3] = {Vertex(s.a, c, 0, 0), Vertex(s.b, c, 0, 0), Vertex(s.c, c, 0, 0)};
-            SDL_RenderGeometry(renderer, nullptr, corners, 3, nullptr, 0);
-        }
-    });
+            for (const Shape& s : List())
+            {
+                const SDL_Color c = ColorOf(s.color);
+                const SDL_Vertex corners[3] = {Vertex(s.a, c, 0, 0), Vertex(s.b, c, 0, 0), Vertex(s.c, c, 0, 0)};
+                SDL_RenderGeometry(renderer, nullptr, corners, 3, nullptr, 0);
+            }
+        });
 }
 
 void TexturedSdl(benchmark::State& state)
 {
-    Sdl(state, [](SDL_Renderer* renderer) {
-        Bitmap& t = Texture();
-        SDL_Surface* surface = SDL_CreateRGBSurfaceWithFormatFrom(t.GetPtr(), textureSize, textureSize, 32,
-                                                                  static_cast<int>(t.GetPitch()), SDL_PIXELFORMAT_ARGB8888);
-        SDL_Texture* texture = SDL_CreateTextureFromSurface(renderer, surface);
-        SDL_SetTextureBlendMode(texture, SDL_BLENDMODE_NONE);
-        const SDL_Color white{255, 255, 255, 255};
-        for (const Shape& s : List())
+    Sdl(state,
+        [](SDL_Renderer* renderer)
         {
-            const SDL_Vertex corners[3] = {Vertex(s.a, white, 0, 0), Vertex(s.b, white, 1, 0), Vertex(s.c, white, 0, 1)};
-            SDL_RenderGeometry(renderer, texture, corners, 3, nullptr, 0);
-        }
-        SDL_RenderFlush(renderer);
-        SDL_DestroyTexture(texture);
-        SDL_FreeSurface(surface);
-    });
+            Bitmap& t = Texture();
+            SDL_Surface* surface = SDL_CreateRGBSurfaceWithFormatFrom(
+                t.GetPtr(), textureSize, textureSize, 32, static_cast<int>(t.GetPitch()), SDL_PIXELFORMAT_ARGB8888);
+            SDL_Texture* texture = SDL_CreateTextureFromSurface(renderer, surface);
+            SDL_SetTextureBlendMode(texture, SDL_BLENDMODE_NONE);
+            const SDL_Color white{255, 255, 255, 255};
+            for (const Shape& s : List())
+            {
+                const SDL_Vertex corners[3] = {Vertex(s.a, white, 0, 0), Vertex(s.b, white, 1, 0),
+                                               Vertex(s.c, white, 0, 1)};
+                SDL_RenderGeometry(renderer, texture, corners, 3, nullptr, 0);
+            }
+            SDL_RenderFlush(renderer);
+            SDL_DestroyTexture(texture);
+            SDL_FreeSurface(surface);
+        });
 }
 BENCHMARK(LinesSdl)->Name("Draw/lines/SDL2");
 BENCHMARK(TrianglesSdl)->Name("Draw/filled triangles/SDL2");

@@ -22,7 +22,8 @@ void Backdrop(Bitmap& image)
     for (int y = 0; y < all.height; ++y)
     {
         const auto shade = static_cast<std::uint32_t>(26 + y * 26 / all.height);
-        image.Box(Rect(0, y, all.width, 1), 0xFF000000u | shade << 16 | (shade + 4) << 8 | (shade + 16), Bitmap::StyleFilled);
+        image.Box(Rect(0, y, all.width, 1), 0xFF000000u | shade << 16 | (shade + 4) << 8 | (shade + 16),
+                  Bitmap::StyleFilled);
     }
 }
 
@@ -35,7 +36,8 @@ Bitmap Ball(int size)
         {
             const double u = (x + 0.5) / size * 2 - 1, v = (y + 0.5) / size * 2 - 1, r = std::sqrt(u * u + v * v);
             const double light = 1 - std::hypot(u + 0.35, v + 0.35) * 0.7;
-            const auto level = [&](double c) { return static_cast<std::uint32_t>(std::fmax(0, std::fmin(255, c * light))); };
+            const auto level = [&](double c)
+            { return static_cast<std::uint32_t>(std::fmax(0, std::fmin(255, c * light))); };
             const auto alpha = static_cast<std::uint32_t>(255 * std::fmax(0, std::fmin(1, (1 - r) * 4)));
             ball.Pixel(Point{x, y}, PackedColor(alpha << 24 | level(255) << 16 | level(150) << 8 | level(60)));
         }

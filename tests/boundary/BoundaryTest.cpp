@@ -5,7 +5,6 @@
 
 #include <dlfcn.h>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 namespace
@@ -25,6 +24,14 @@ std::vector<std::vector<std::string>> Table(const std::string& text)
     return rows;
 }
 
+bool StartsWith(const std::string& text, std::initializer_list<const char*> beginnings)
+{
+    for (const char* beginning : beginnings)
+        if (text.rfind(beginning, 0) == 0)
+            return true;
+    return false;
+}
+
 bool IsMapped(const std::string& file)
 {
     std::ifstream maps("/proc/self/maps");
@@ -41,19 +48,17 @@ TEST(Boundary, ExportsTheNamespaceAndTwoFunctionsAndImportsNoGlobalHeap)
 {
     const auto listed = ::Test::RunProgram({"nm", "-D", LIBRARY});
     ASSERT_EQ(listed.result, 0);
-    const std::regex ours("_ZT[VIS]N?K?3Zem.*|_ZNK?3Zem.*|_ZT(h|v)n?[0-9]+_.*3Zem.*|_Z11ARGBToRGB(16|24).*");
-    const std::regex heap("_Zn[wa][jm].*|_Zd[la]Pv.*");
-    const std::regex cHeap("malloc|free|calloc|realloc|aligned_alloc|posix_memalign");
     int exported = 0;
     for (const auto& row : Table(listed.text))
     {
         const std::string symbol = row.back().substr(0, row.back().find('@'));
-        EXPECT_TRUE(SANITIZED || !std::regex_match(symbol, heap)) << symbol;
+        EXPECT_TRUE(SANITIZED || !StartsWith(symbol, {"_Znw", "_Zna", "_ZdlPv", "_ZdaPv"})) << symbol;
         if (row.size() != 3)
             continue; // imported
         ++exported;
-        EXPECT_FALSE(std::regex_match(symbol, cHeap)) << symbol;
-        EXPECT_TRUE(SANITIZED || std::regex_match(symbol, ours)) << symbol;
+        EXPECT_TRUE(SANITIZED || StartsWith(symbol, {"_ZN3Zem", "_ZNK3Zem", "_ZTVN3Zem", "_ZTIN3Zem", "_ZTSN3Zem",
+                                                     "_ZThn", "_Z11ARGBToRGB16", "_Z11ARGBToRGB24"}))
+            << symbol;
     }
     EXPECT_GT(exported, 100);
 }
@@ -65,13 +70,15 @@ TEST(Boundary, HasItsChiefClassesAndItsName)
     EXPECT_NE(dynamic.text.find("Library soname: [" SONAME "]"), std::string::npos) << dynamic.text;
     EXPECT_STREQ(SONAME, "libBedrock.so.1");
     const auto listed = ::Test::RunProgram({"nm", "-DC", "--defined-only", LIBRARY});
-    for (const char* name : {"Zem::Alloc::New(", "Zem::String::", "Zem::PString::Init()", "vtable for Zem::Exception",
-                             "typeinfo for Zem::FileEx", "vtable for Zem::CriticalSection", "Zem::SingleLock::Lock(",
-                             "Zem::Time::Ms()", "Zem::Date::Str(", "vtable for Zem::DynamicLibrary",
-                             "Zem::SharedMemory::ProcessAttach()", "Zem::Debugger::Output(", "Zem::Thread::GetCurrentId()"})
+    for (const char* name :
+         {"Zem::Alloc::New(", "Zem::String::", "Zem::PString::Init()", "vtable for Zem::Exception",
+          "typeinfo for Zem::FileEx", "vtable for Zem::CriticalSection", "Zem::SingleLock::Lock(", "Zem::Time::Ms()",
+          "Zem::Date::Str(", "vtable for Zem::DynamicLibrary", "Zem::SharedMemory::ProcessAttach()",
+          "Zem::Debugger::Output(", "Zem::Thread::GetCurrentId()"})
         EXPECT_NE(listed.text.find(name), std::string::npos) << name;
-    for (const char* hidden : {"Zem::Platform", "Zem::Library"})
-        EXPECT_EQ(listed.text.find(hidden), std::string::npos) << hidden;
+    for (const auto& row : Table(::Test::RunProgram({"nm", "-D", "--defined-only", LIBRARY}).text))
+        EXPECT_FALSE(StartsWith(row.back(), {"_ZN3Zem8Platform", "_ZNK3Zem8Platform", "_ZN3Zem7Library"}))
+            << row.back();
 }
 
 // Statics of the application live within the library's life; a handle that outlives the cache finds it gone and does no
@@ -88,31 +95,36 @@ TEST(Boundary, LoadsStartsAndUnloadsTwice)
 {
     if (SANITIZED)
         GTEST_SKIP() << "a sanitizer keeps what it has seen in memory";
-    EXPECT_EQ(::Test::WaitFor(::Test::Fork([] {
-                  if (IsMapped(libraryFile))
-                      return 1;
-                  for (int round = 0; round < 2; ++round)
+    EXPECT_EQ(::Test::WaitFor(::Test::Fork(
+                  []
                   {
-                      void* library = dlopen(LIBRARY, RTLD_NOW | RTLD_LOCAL);
-                      if (!library)
-                          return 10 * round + 2;
-                      auto** cache = static_cast<void**>(dlsym(library, "_ZN3Zem7PString5cacheE"));
-                      auto* frequency = static_cast<const std::int64_t*>(dlsym(library, "_ZN3Zem4Time4freqE"));
-                      if (!cache || !*cache)
-                          return 10 * round + 3; // not attached
-                      if (!frequency || *frequency <= 0)
-                          return 10 * round + 4; // the clock was not started
-                      const auto take = reinterpret_cast<void* (*)(std::size_t)>(dlsym(library, "_ZN3Zem5Alloc3NewEm"));
-                      const auto give = reinterpret_cast<void (*)(void*)>(dlsym(library, "_ZN3Zem5Alloc6DeleteEPv"));
-                      if (take && give)
-                          give(take(1000));
-                      if (dlclose(library) != 0)
-                          return 10 * round + 5;
                       if (IsMapped(libraryFile))
-                          return 10 * round + 6; // kept in memory
-                  }
-                  return 0;
-              })),
+                          return 1;
+                      for (int round = 0; round < 2; ++round)
+                      {
+                          void* library = dlopen(LIBRARY, RTLD_NOW | RTLD_LOCAL);
+                          if (!library)
+                              return 10 * round + 2;
+                          auto** cache = static_cast<void**>(dlsym(library, "_ZN3Zem7PString5cacheE"));
+                          auto* frequency = static_cast<const std::int64_t*>(dlsym(library, "_ZN3Zem4Time4freqE"));
+                          if (!cache || !*cache)
+                              return 10 * round + 3; // not attached
+                          if (!frequency || *frequency <= 0)
+                              return 10 * round + 4; // the clock was not started
+                          const auto take = reinterpret_cast<void* (*)(std::size_t)>(
+                              dlsym(library, sizeof(void*) == 8 ? "_ZN3Zem5Alloc3NewEm" : "_ZN3Zem5Alloc3NewEj"));
+                          const auto give =
+                              reinterpret_cast<void (*)(void*)>(dlsym(library, "_ZN3Zem5Alloc6DeleteEPv"));
+                          if (!take || !give)
+                              return 10 * round + 7;
+                          give(take(1000));
+                          if (dlclose(library) != 0)
+                              return 10 * round + 5;
+                          if (IsMapped(libraryFile))
+                              return 10 * round + 6; // kept in memory
+                      }
+                      return 0;
+                  })),
               0);
 }
 

@@ -20,7 +20,10 @@ void Say(const char* text)
 // A static of the application's own: the library started before it and ends after it.
 struct Registry
 {
-    Registry() : name("made before main") { Say(name == Zem::PString("made before main") ? "interned " : "not-interned "); }
+    Registry() : name("made before main")
+    {
+        Say(name == Zem::PString("made before main") ? "interned " : "not-interned ");
+    }
     ~Registry() { Say(std::strcmp(name, "made before main") == 0 ? "own-static " : "broken "); }
     Zem::PString name;
 };

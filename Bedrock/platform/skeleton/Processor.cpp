@@ -1,0 +1,11 @@
+#include <Bedrock/platform/Processor.h>
+
+namespace Zem::Platform
+{
+
+ProcessorFeatures Processor() noexcept
+{
+    return {};
+}
+
+} // namespace Zem::Platform

@@ -6,9 +6,11 @@
 #include <Bedrock/Types.h>
 #include <Bedrock/bitmap/Bitmap.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -300,6 +302,111 @@ public:
             row(cx - radius, cx + radius, cy);
     }
 
+    /// A filled triangle (style 1 or 3): edges write the columns of their rows into a map, then the rows are filled.
+    void Triangle(Point a, Point b, Point c, std::uint32_t color, int style, const Rect& clip)
+    {
+        if (a.y > b.y)
+            std::swap(a, b);
+        if (a.y > c.y)
+            std::swap(a, c);
+        if (b.y > c.y)
+            std::swap(b, c);
+        const bool inside = clip.Contains(a) && clip.Contains(b) && clip.Contains(c);
+        const std::int64_t cross =
+            static_cast<std::int64_t>(c.x - a.x) * (b.y - a.y) - static_cast<std::int64_t>(b.x - a.x) * (c.y - a.y);
+        const int tall = c.y - a.y;
+        Point from[3] = {a, b, c}, to[3] = {b, c, a}; // the edges a-b, b-c, c-a, each clipped by itself
+        bool visible[3];
+        for (int i = 0; i < 3; ++i)
+            visible[i] = Clip(from[i], to[i], clip);
+        if (!visible[0] && !visible[1] && !visible[2])
+            return;
+        if (cross == 0)
+            return Line(visible[0] ? from[0] : a, visible[2] ? from[2] : c, color, style & 2, clip);
+
+        int top = a.y, count = tall + 1;
+        if (!inside)
+        {
+            top = clip.y;
+            int bottom = clip.y;
+            if (visible[0])
+                top = std::max(top, from[0].y), bottom = std::max(bottom, to[0].y);
+            if (visible[1])
+                bottom = std::max({bottom, from[1].y, to[1].y});
+            if (visible[2])
+                top = std::max(top, to[2].y), bottom = std::max(bottom, from[2].y);
+            count = std::min(bottom - top, tall + 1);
+        }
+        std::map<int, std::pair<int, int>> rows; // row of the table -> left, right
+        for (int i = 0; i < count; ++i)
+            rows[i] = {clip.x, clip.x + clip.width - 1};
+        const auto set = [&](int row, int x, bool right)
+        {
+            if (rows.count(row))
+                (right ? rows[row].second : rows[row].first) = x;
+        };
+        const auto trace = [&](Point p, Point q, int row, bool right)
+        {
+            const int dy = q.y - p.y, dx = std::abs(q.x - p.x), dir = q.x < p.x ? -1 : 1;
+            if (row >= count || (!(style & 2) && dy < 0))
+                return;
+            set(row, p.x, right);
+            if (dy <= 0)
+                return;
+            if (!(style & 2) || dx == 0 || dx == dy)
+            {
+                for (int i = 1; i <= dy; ++i)
+                    set(row + i, p.x + dir * static_cast<int>(static_cast<std::int64_t>(i) * dx / dy), right);
+                return;
+            }
+            const bool wide = dx > dy;
+            const unsigned mask = wide ? ((dir > 0) == right ? 254 : 0) : ((dir > 0) == right ? 0 : 254);
+            const unsigned adjust =
+                (static_cast<unsigned>(wide ? dy : dx) << 16) / static_cast<unsigned>(wide ? dx : dy) & 0xFFFF;
+            unsigned acc = 0;
+            int x = p.x, y = p.y, n = 1;
+            const auto fringe = [&](int px, int py)
+            { Put(px, py, (color & 0xFFFFFF) | (((acc >> 8) ^ mask) * (color >> 24) >> 8) << 24); };
+            for (int i = 1; i < (wide ? dx : dy); ++i)
+            {
+                acc += adjust;
+                const bool carry = acc > 65535;
+                acc &= 65535;
+                if (wide)
+                {
+                    if (carry)
+                    {
+                        set(row + n, x, right);
+                        ++n;
+                        ++y;
+                    }
+                    x += dir;
+                    if (right == (dir > 0))
+                        fringe(x, y);
+                    else
+                        fringe(right ? x + 1 : x - 1, y + 1);
+                }
+                else
+                {
+                    x += carry ? dir : 0;
+                    set(row + i, x, right);
+                    ++y;
+                    fringe(right ? x + 1 : x - 1, y);
+                }
+            }
+            set(row + (wide ? n : dy), x, right);
+        };
+        if (visible[2])
+            trace(to[2], from[2], 0, cross > 0);
+        if (visible[0])
+            trace(from[0], to[0], 0, cross < 0);
+        if (visible[1])
+            trace(from[1], to[1], std::max(0, std::max(to[0].y, from[1].y) - top), cross < 0);
+        for (const auto& [row, ends] : rows)
+            for (int x = ends.first; x <= ends.second; ++x)
+                Put(x, top + row, color);
+    }
+
     // ---- transfers --------------------------------------------------------------------------------------------------
 
     void Transfer(const Model& source, Point at, Rect from, bool blend, const Rect& clip)
@@ -309,6 +416,92 @@ public:
             for (int x = 0; x < from.width; ++x)
                 if (clip.Contains({at.x + x, at.y + y}) && source.Bounds().Contains({from.x + x, from.y + y}))
                     Take(at.x + x, at.y + y, source.format, source.At(from.x + x, from.y + y), blend);
+    }
+
+    /// A convex polygon, textured.
+    void MapPolygon(const std::vector<Point>& points, const Model& source, const std::vector<Point>& texture, int xMask,
+                    int yMask, bool alpha)
+    {
+        struct Edge
+        {
+            float x = 0, y = -1, u = 0, v = 0;
+        };
+        const int count = static_cast<int>(points.size());
+        int top = 0, bottom = 0;
+        for (int i = 1; i < count; ++i)
+        {
+            top = points[i].y < points[top].y ? i : top;
+            bottom = points[i].y > points[bottom].y ? i : bottom;
+        }
+        const int topY = points[top].y, bottomY = points[bottom].y;
+        if (bottomY < 0 || topY > height)
+            return;
+        std::vector<Edge> sides[2];
+        for (int side = 0; side < 2; ++side)
+        {
+            sides[side].resize(static_cast<std::size_t>(bottomY - topY) + 1);
+            for (int c = top; c != bottom;)
+            {
+                const int n = (c + (side ? 1 : count - 1)) % count;
+                const int dy = std::abs(points[n].y - points[c].y);
+                Edge at{float(points[c].x), float(points[c].y), float(texture[c].x), float(texture[c].y)},
+                    step{0, 0, 0, 0};
+                int steps = dy;
+                if (dy)
+                {
+                    step.x = float((points[n].x - points[c].x) * (1.0 / dy));
+                    step.y = float((points[n].y - points[c].y) * (1.0 / dy));
+                }
+                else
+                    steps = std::abs(std::max(texture[n].x - texture[c].x, texture[n].y - texture[c].y));
+                if (steps)
+                {
+                    step.u = float(texture[n].x - texture[c].x) / float(steps);
+                    step.v = float(texture[n].y - texture[c].y) / float(steps);
+                }
+                for (int i = 0; i <= dy; ++i)
+                {
+                    sides[side].at(static_cast<std::size_t>(points[c].y - topY + i)) = at;
+                    at = {at.x + step.x, at.y + step.y, at.u + step.u, at.v + step.v};
+                }
+                c = n;
+            }
+        }
+        for (std::size_t row = 0; row < sides[0].size(); ++row)
+        {
+            const Edge &zero = sides[0][row], &one = sides[1][row];
+            if (zero.y < 0 || zero.y >= float(height))
+                continue;
+            Edge l = zero.x < one.x ? zero : one, r = zero.x < one.x ? one : zero;
+            l.x = std::floor(l.x);
+            r.x = std::ceil(r.x);
+            if (l.x >= float(width) || r.x < 0)
+                continue;
+            int span = int(r.x - l.x), steps = span;
+            float dx = 0, dy = 0, du = 0, dv = 0;
+            if (span)
+                dx = (r.x - l.x) / float(span), dy = (r.y - l.y) / float(span);
+            else
+                steps = std::abs(int(std::max(r.u - l.u, r.v - l.v)));
+            if (steps)
+                du = (r.u - l.u) / float(steps), dv = (r.v - l.v) / float(steps);
+            int x = int(l.x + 0.5f);
+            if (x < 0)
+            {
+                l.u += du * float(std::min(-x, steps));
+                l.v += dv * float(std::min(-x, steps));
+                const int moved = std::min(-x, span);
+                l.x += dx * float(moved);
+                l.y += dy * float(moved);
+                span -= moved;
+                x = int(l.x + 0.5f);
+            }
+            const int y = int(l.y + 0.5f);
+            if (y >= height)
+                continue;
+            for (int i = 0; i <= std::min(span, width - 1 - x); ++i, l.u += du, l.v += dv)
+                Take(x + i, y, source.format, source.At(int(l.u + 0.5f) & xMask, int(l.v + 0.5f) & yMask), alpha);
+        }
     }
 
 private:

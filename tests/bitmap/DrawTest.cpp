@@ -241,6 +241,47 @@ TEST(Draw, TrianglesInsideFillEachRowOnce)
             });
 }
 
+// Triangles across the clip, plain and with an antialiased fringe.
+TEST(Draw, TrianglesMatchTheReference)
+{
+    Compare("clipped triangle", 8,
+            [](Pair& pair, const Rect& clip, std::mt19937_64& random)
+            {
+                const auto point = [&] { return RandomPoint(pair.model.width, pair.model.height, random); };
+                const Point a = point(), b = point(), c = point();
+                const std::uint32_t color = RandomColor(random);
+                const int style = random() % 2 ? 1 : 3;
+                pair.bitmap.Triangle(a, b, c, color, style, clip);
+                pair.model.Triangle(a, b, c, color, style, clip);
+            });
+}
+
+// Convex polygons around a centre, textures of powers of two that repeat, every pair of formats.
+TEST(Draw, PolygonsMatchTheReference)
+{
+    Compare("polygon", 9,
+            [](Pair& pair, const Rect&, std::mt19937_64& random)
+            {
+                Pair source(formats[random() % 4], 1 << random() % 5, 1 << random() % 5, random);
+                const Point center = RandomPoint(pair.model.width, pair.model.height, random);
+                const int corners = 3 + static_cast<int>(random() % 5), radius = 1 + static_cast<int>(random() % 40);
+                const double turn = static_cast<double>(random() % 1000) / 1000;
+                std::vector<Point> points, texture;
+                for (int i = 0; i < corners; ++i)
+                {
+                    const double angle = 6.283185307 * (i + turn) / corners;
+                    points.push_back({center.x + static_cast<int>(radius * std::cos(angle)),
+                                      center.y + static_cast<int>(radius * std::sin(angle))});
+                    texture.push_back({static_cast<int>(random() % 200) - 100, static_cast<int>(random() % 200) - 100});
+                }
+                const bool alpha = random() % 2;
+                pair.bitmap.MapPolygon(corners, points.data(), source.bitmap, texture.data(), source.model.width - 1,
+                                       source.model.height - 1, alpha);
+                pair.model.MapPolygon(points, source.model, texture, source.model.width - 1, source.model.height - 1,
+                                      alpha);
+            });
+}
+
 // Nothing outside the clip or the rows is ever written, wherever the corners lie.
 TEST(Draw, ShapesKeepToTheClip)
 {

@@ -23,7 +23,8 @@ constexpr std::size_t fileSize = 4 << 20;
 // The file that is read: lines of 1 to 120 letters.
 const std::string& Name()
 {
-    static const std::string name = [] {
+    static const std::string name = []
+    {
         std::string path = "/dev/shm/bedrock-file-bench-" + std::to_string(::getpid());
         std::mt19937 random(1);
         std::string text;
@@ -34,10 +35,12 @@ const std::string& Name()
         if (!out || std::fwrite(text.data(), 1, text.size(), out) != text.size() || std::fclose(out) != 0)
             std::abort();
         static const std::string kept = path;
-        std::atexit([] {
-            ::unlink(kept.c_str());
-            ::unlink((kept + "-out").c_str());
-        });
+        std::atexit(
+            []
+            {
+                ::unlink(kept.c_str());
+                ::unlink((kept + "-out").c_str());
+            });
         return path;
     }();
     return name;

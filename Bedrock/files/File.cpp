@@ -290,6 +290,7 @@ void File::Drop(std::uint32_t position) noexcept
     bufferStart = position;
     rawPosition = base + position;
     nextHeader = noHeader;
+    readAhead = blockSize;
 }
 
 std::uint32_t File::Seek(std::int32_t offset, FileSeek origin)
@@ -319,7 +320,13 @@ std::uint32_t File::Seek(std::int32_t offset, FileSeek origin)
     else if ((mode & 0xF0) == ModeReadCompressed && IsOpen())
         SeekFrame(target);
     else
+    {
+        // Whoever jumps far may jump again: a short refill is tried first.
+        const std::uint32_t distance = target > Tell() ? target - Tell() : Tell() - target;
         Drop(target);
+        if (distance > blockSize)
+            readAhead = farAhead;
+    }
     if (flags & SharedHandle)
         systemPosition = base + target;
     return target;

@@ -315,7 +315,7 @@ private:
     void PrepareRead();
     void PrepareWrite();
     void WriteBuffer();
-    std::uint32_t FillBuffer();
+    std::uint32_t FillBuffer(std::size_t wanted);
     void Drop(std::uint32_t position) noexcept;
     void WriteStraight(const std::uint8_t* src, std::size_t bytes);
     void Grow(std::uint32_t count) noexcept;
@@ -351,11 +351,13 @@ private:
     std::uint64_t rawPosition;    // offset of the next raw read
     std::uint64_t rawEnd;         // offset behind the stream's last stored byte; noEnd: the end of the file
     std::uint64_t systemPosition; // offset behind the last transfer: where chunks go
+    std::uint32_t readAhead;      // bytes that the next refill asks for
     std::uint8_t flags;
     FileSubstitute* substitute; // named at Open, never used after it
     FileSub* sub;               // location that opened the file and will close it
     Path name;                  // a member being written: behind the terminator stands its temporary's name
 
+    static constexpr std::uint32_t farAhead = 2048; // the first refill after a far jump: it may be one of many
     static constexpr std::uint32_t noHeader = 0xFFFFFFFF;
     static constexpr std::uint64_t noEnd = ~std::uint64_t{0};
 

@@ -105,12 +105,14 @@ std::size_t File::ReadNext(std::uint8_t* dst, std::size_t wanted)
     return got;
 }
 
-std::uint32_t File::FillBuffer()
+std::uint32_t File::FillBuffer(std::size_t wanted)
 {
+    const std::size_t ask = wanted > readAhead ? wanted : readAhead;
+    readAhead = blockSize;
     bufferStart = Tell();
     current = buffer;
     readEnd = buffer;
-    const std::size_t got = ReadNext(buffer, blockSize);
+    const std::size_t got = ReadNext(buffer, ask < blockSize ? ask : blockSize);
     readEnd = buffer + got;
     return static_cast<std::uint32_t>(got);
 }
@@ -141,7 +143,7 @@ std::uint32_t File::ReadSlow(void* target, std::size_t n, std::size_t itemSize)
         else
         {
             if (part == 0)
-                part = FillBuffer();
+                part = FillBuffer(wanted);
             if (part > wanted)
                 part = wanted;
             std::memcpy(dst, current, part);
@@ -180,7 +182,7 @@ std::uint32_t File::ReadLine(void* dst, std::uint32_t capacity)
         auto have = static_cast<std::size_t>(readEnd - current);
         if (have == 0)
         {
-            have = FillBuffer();
+            have = FillBuffer(1);
             if (have == 0)
                 break;
         }

@@ -13,6 +13,8 @@ namespace
 
 // Vectors of the compiler: 16 bytes, which every processor of ours has, written without a word of assembler.
 using Bytes16 = std::uint8_t __attribute__((vector_size(16)));
+using Bytes8 = std::uint8_t __attribute__((vector_size(8)));
+using Words4 = std::uint16_t __attribute__((vector_size(8)));
 using Words8 = std::uint16_t __attribute__((vector_size(16)));
 using Sums4 = std::uint32_t __attribute__((vector_size(16)));
 
@@ -35,39 +37,43 @@ void Store(void* to, Vector vector)
     std::memcpy(to, &vector, sizeof vector);
 }
 
-// The bytes of `vector` as numbers of 16 bits, the first eight and the last.
-Words8 Low(Bytes16 vector)
+// Sums of 16 columns of bytes, as 8 numbers of 16 bits for the bytes at odd places and 8 for whole pairs. A pair's sum
+// may wrap; the even byte's comes out of it all the same, as it has 16 bits at most.
+struct ColumnSums
 {
-    const Bytes16 wide =
-        __builtin_shufflevector(vector, Bytes16{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
-    return reinterpret_cast<Words8>(wide);
-}
+    Words8 pairs = {};
+    Words8 odd = {};
 
-Words8 High(Bytes16 vector)
-{
-    const Bytes16 wide =
-        __builtin_shufflevector(vector, Bytes16{}, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31);
-    return reinterpret_cast<Words8>(wide);
-}
-
-// Adds up `Count` vectors of bytes, one below the other in `rows` rows, in registers.
-template <int Count>
-void SumVectors(std::uint16_t* sums, const std::uint8_t* source, std::ptrdiff_t pitch, std::uint32_t rows)
-{
-    Words8 low[Count] = {};
-    Words8 high[Count] = {};
-    for (std::uint32_t row = 0; row < rows; ++row, source += pitch)
-        for (int i = 0; i < Count; ++i)
-        {
-            const auto bytes = Load<Bytes16>(source + 16 * i);
-            low[i] += Low(bytes);
-            high[i] += High(bytes);
-        }
-    for (int i = 0; i < Count; ++i)
+    void Add(const std::uint8_t* source)
     {
-        Store(sums + 16 * i, low[i]);
-        Store(sums + 16 * i + 8, high[i]);
+        const auto words = Load<Words8>(source);
+        pairs += words;
+        odd += words >> 8;
     }
+    void Put(std::uint16_t* sums) const
+    {
+        const Words8 even = pairs - (odd << 8);
+        Store(sums, __builtin_shufflevector(even, odd, 0, 8, 1, 9, 2, 10, 3, 11));
+        Store(sums + 8, __builtin_shufflevector(even, odd, 4, 12, 5, 13, 6, 14, 7, 15));
+    }
+};
+static_assert(std::endian::native == std::endian::little);
+
+// A cache line wide, with all sums in registers.
+void SumLine(std::uint16_t* sums, const std::uint8_t* source, std::ptrdiff_t pitch, std::uint32_t rows)
+{
+    ColumnSums first, second, third, fourth;
+    for (std::uint32_t row = 0; row < rows; ++row, source += pitch)
+    {
+        first.Add(source);
+        second.Add(source + 16);
+        third.Add(source + 32);
+        fourth.Add(source + 48);
+    }
+    first.Put(sums);
+    second.Put(sums + 16);
+    third.Put(sums + 32);
+    fourth.Put(sums + 48);
 }
 
 // The sums of `count` columns of bytes over `rows` rows, at most `PartRows`. Each cache line of the source is taken
@@ -77,9 +83,15 @@ void SumColumns(std::uint16_t* sums, const std::uint8_t* source, std::ptrdiff_t 
 {
     std::uint32_t at = 0;
     for (; at + 64 <= count; at += 64)
-        SumVectors<4>(sums + at, source + at, pitch, rows);
+        SumLine(sums + at, source + at, pitch, rows);
     for (; at + 16 <= count; at += 16)
-        SumVectors<1>(sums + at, source + at, pitch, rows);
+    {
+        ColumnSums group;
+        const std::uint8_t* line = source + at;
+        for (std::uint32_t row = 0; row < rows; ++row, line += pitch)
+            group.Add(line);
+        group.Put(sums + at);
+    }
     for (; at < count; ++at)
     {
         std::uint32_t sum = 0;
@@ -93,19 +105,69 @@ void SumColumns(std::uint16_t* sums, const std::uint8_t* source, std::ptrdiff_t 
 template <int Channels>
 Sums4 SumPixels(const std::uint16_t* sums, std::uint32_t count)
 {
-    using Words4 = std::uint16_t __attribute__((vector_size(8)));
     Sums4 total = {};
     for (std::uint32_t i = 0; i < count; ++i)
         total += __builtin_convertvector(Load<Words4>(sums + i * Channels), Sums4);
     return total;
 }
 
-template <int Channels>
-void PutMean(std::uint8_t* to, Sums4 sums, std::uint32_t shift)
+// The low byte of each number; the others are 0, as they are in any mean.
+Bytes8 Narrow(Words8 words)
 {
-    sums >>= shift;
+    const auto bytes = reinterpret_cast<Bytes16>(words);
+    const Bytes16 packed = __builtin_shufflevector(bytes, bytes, 0, 2, 4, 6, 8, 10, 12, 14, 0, 2, 4, 6, 8, 10, 12, 14);
+    return Load<Bytes8>(&packed);
+}
+
+template <int Channels>
+void PutPixel(std::uint8_t* to, Sums4 mean)
+{
     for (int channel = 0; channel < Channels; ++channel)
-        to[channel] = static_cast<std::uint8_t>(sums[channel]);
+        to[channel] = static_cast<std::uint8_t>(mean[channel]);
+}
+
+// The means of `count` columns of bytes: blocks one pixel wide.
+void PutColumns(std::uint8_t* to, const std::uint16_t* sums, std::uint32_t count, std::uint32_t shift)
+{
+    std::uint32_t at = 0;
+    for (; at + 8 <= count; at += 8)
+        Store(to + at, Narrow(Load<Words8>(sums + at) >> static_cast<std::uint16_t>(shift)));
+    for (; at < count; ++at)
+        to[at] = static_cast<std::uint8_t>(sums[at] >> shift);
+}
+
+// The means of `count` blocks of `stepX` pixels, 2 and more, whose sums fit 16 bits: blocks of up to 256 pixels.
+template <int Channels>
+void PutSmallBlocks(std::uint8_t* to, const std::uint16_t* sums, std::uint32_t count, std::uint32_t stepX,
+                    std::uint32_t shift)
+{
+    const auto places = static_cast<std::uint16_t>(shift);
+    if constexpr (Channels == 4)
+    {
+        // Two pixels in a vector, and two blocks at a time.
+        for (; count >= 2; count -= 2, to += 8)
+        {
+            Words8 first = {}, second = {};
+            for (std::uint32_t i = 0; i < stepX; i += 2, sums += 8)
+            {
+                first += Load<Words8>(sums);
+                second += Load<Words8>(sums + stepX * 4);
+            }
+            sums += stepX * 4;
+            const Words8 both = __builtin_shufflevector(first, second, 0, 1, 2, 3, 8, 9, 10, 11) +
+                                __builtin_shufflevector(first, second, 4, 5, 6, 7, 12, 13, 14, 15);
+            Store(to, Narrow(both >> places));
+        }
+    }
+    for (; count; --count, to += Channels)
+    {
+        Words4 total = {};
+        for (std::uint32_t i = 0; i < stepX; ++i, sums += Channels)
+            total += Load<Words4>(sums);
+        total >>= places;
+        for (int channel = 0; channel < Channels; ++channel)
+            to[channel] = static_cast<std::uint8_t>(total[channel]);
+    }
 }
 
 struct Source
@@ -127,8 +189,15 @@ void ScaleRow(std::uint8_t* to, Source source, std::uint32_t width, std::uint32_
         for (std::uint32_t x = 0; x < width; x += part)
         {
             SumColumns(columns, source.row + std::size_t{x} * Channels, source.pitch, part * Channels, stepY);
-            for (std::uint32_t at = 0; at < part; at += stepX, to += Channels)
-                PutMean<Channels>(to, SumPixels<Channels>(columns + at * Channels, stepX), shift);
+            if (stepX == 1)
+                PutColumns(to, columns, part * Channels, shift);
+            else if (stepX * stepY <= 256)
+                PutSmallBlocks<Channels>(to, columns, part / stepX, stepX, shift);
+            else
+                for (std::uint32_t at = 0; at < part; at += stepX)
+                    PutPixel<Channels>(to + at / stepX * Channels,
+                                       SumPixels<Channels>(columns + at * Channels, stepX) >> shift);
+            to += part / stepX * Channels;
         }
         return;
     }

@@ -345,6 +345,7 @@ private:
     bool AllocatePalette();
     void Transfer(TransferKernel kernel, const Bitmap& source, Point at, Point corner, const Rect& sourceRect,
                   const Rect& clip);
+    unsigned char* FileRows(std::ptrdiff_t& step);
 
     std::int32_t width = 0;
     std::int32_t height = 0; // positive outside the loaders; see the row decoders

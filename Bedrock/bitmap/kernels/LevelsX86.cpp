@@ -2,6 +2,7 @@
 // kernels; what looks at the processor stands here, in code that every processor runs.
 
 #include <Bedrock/bitmap/kernels/Kernels.h>
+#include <Bedrock/platform/Processor.h>
 
 namespace Zem::Kernels
 {
@@ -14,10 +15,9 @@ const Set* SetOf(Level level)
     switch (level)
     {
     case Level::Avx2:
-        // The compiler's check asks the operating system too: it must save the upper halves of the registers.
-        return __builtin_cpu_supports("avx2") ? &avx2Set : nullptr;
+        return Platform::Processor().avx2 ? &avx2Set : nullptr;
     case Level::Sse2:
-        return __builtin_cpu_supports("sse2") ? &sse2Set : nullptr;
+        return Platform::Processor().sse2 ? &sse2Set : nullptr;
     case Level::Scalar:
         break;
     }

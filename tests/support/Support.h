@@ -29,7 +29,7 @@ inline std::mt19937_64 Random(std::uint64_t salt = 0)
 inline std::unique_ptr<std::uint8_t[]> Exact(const void* data, std::size_t size)
 {
     auto block = std::make_unique<std::uint8_t[]>(size);
-    if (size)
+    if (size != 0 && size <= PTRDIFF_MAX)
         std::memcpy(block.get(), data, size);
     return block;
 }

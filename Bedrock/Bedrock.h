@@ -27,6 +27,7 @@
 
 // Files
 #include <Bedrock/files/BPE.h>
+#include <Bedrock/files/BlockReader.h>
 #include <Bedrock/files/Entry.h>
 #include <Bedrock/files/File.h>
 #include <Bedrock/files/FileSub.h>

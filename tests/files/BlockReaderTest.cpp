@@ -1,0 +1,157 @@
+// Text blocks, read from files on disk as an application does.
+
+#include "support/Support.h"
+
+#include <Bedrock/files/BlockReader.h>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+
+namespace
+{
+
+using namespace Zem;
+
+/// A reader on a file with the given text.
+struct Opened
+{
+    explicit Opened(const std::string& text)
+    {
+        Test::WriteFile(directory / "blocks.txt", text);
+        EXPECT_TRUE(static_cast<bool>(file.Open("blocks.txt", File::ModeRead)));
+        reader.Init(file);
+    }
+    Test::Directory directory;
+    File file;
+    BlockReader reader;
+};
+
+/// The whole tree as "key(values){...}", by the same calls at every level. `enter` decides whether a block is entered.
+std::string Walk(BlockReader& reader, bool enter = true)
+{
+    std::string out;
+    for (PString key; reader.Next(key);)
+    {
+        out += std::string(out.empty() ? "" : " ") + static_cast<const char*>(key);
+        std::string values;
+        for (PString value; reader.ReadString(value);)
+            values += std::string(values.empty() ? "" : ",") + static_cast<const char*>(value);
+        if (!values.empty())
+            out += "(" + values + ")";
+        if (!enter)
+            continue;
+        if (BlockReader* block = reader.Begin())
+        {
+            out += "{" + Walk(*block) + "}";
+            reader.End();
+        }
+    }
+    return out;
+}
+
+TEST(BlockReader, ShowsTheStructureItReads)
+{
+    const struct
+    {
+        const char* what;
+        const char* text;
+        const char* entered;
+        const char* skipped;
+    } rows[] = {
+        {"blank and comment lines", "\n   \t\n// a\n  // b\nsize 640 480 // c\n", "size(640,480)", "size(640,480)"},
+        {"both placements of the brace", "a {\nb 1\n}\nc\n{\nd 2\n}\ne 3\n", "a({){b(1)} c{d(2)} e(3)", "a({) c e(3)"},
+        {"a comment and a blank line before the brace", "a\n\n// x\n{\nb\n}\nc\n", "a{b} c", "a c"},
+        {"a quoted value of two words", "title \"two words\" x\n", "title(two words,x)", "title(two words,x)"},
+        {"a quote that is not closed", "title \"two\nnext\n", "title next", "title next"},
+        {"a closing brace in a comment ends the level", "a\n{\nb 1 // }\nc\n}\nd\n", "a{} c", "a c"},
+        {"a block without a key", "{\nx\n}\na\n", "a", "a"},
+        {"nested blocks that are skipped", "a\n{\nb\n{\nc\n}\n}\nd\n", "a{b{c}} d", "a d"},
+        {"carriage returns", "a 1\r\nb\r\n{\r\nc\r\n}\r\n", "a(1) b{c}", "a(1) b"},
+        {"no line end at the end", "a 1", "a(1)", "a(1)"},
+        {"a block that never ends", "a\n{\nb\n", "a{b}", "a"},
+    };
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.what);
+        {
+            Opened opened(row.text);
+            EXPECT_EQ(Walk(opened.reader), row.entered);
+        }
+        Opened opened(row.text);
+        EXPECT_EQ(Walk(opened.reader, false), row.skipped);
+    }
+}
+
+TEST(BlockReader, ReadsNumbersAndStopsAtWhatIsNone)
+{
+    Opened opened("size 640 480\nmix 12abc 7 1.5x yes\nflags 0 2 x\nlarge 99999999999 -99999999999\n");
+    BlockReader& reader = opened.reader;
+    PString key;
+    int i[3] = {};
+    float f = 0;
+    bool b = true;
+    ASSERT_TRUE(reader.Next(key));
+    EXPECT_EQ(reader.ReadIntv(i, 3), 2);
+    EXPECT_EQ(i[0] * 1000 + i[1], 640480);
+    ASSERT_TRUE(reader.Next(key));
+    EXPECT_TRUE(reader.ReadInt(i[0]) && reader.ReadInt(i[1]) && reader.ReadFloat(f));
+    EXPECT_EQ(i[0], 12);
+    EXPECT_EQ(i[1], 7);
+    EXPECT_EQ(f, 1.5f);
+    EXPECT_FALSE(reader.ReadInt(i[2])) << "a word";
+    char text[3];
+    EXPECT_TRUE(reader.ReadString(text, sizeof text)) << "which is still there as a text, cut to size";
+    EXPECT_STREQ(text, "ye");
+    ASSERT_TRUE(reader.Next(key));
+    EXPECT_TRUE(reader.ReadBool(b) && !b);
+    EXPECT_TRUE(reader.ReadBool(b) && b);
+    EXPECT_FALSE(reader.ReadBool(b));
+    ASSERT_TRUE(reader.Next(key));
+    EXPECT_EQ(reader.ReadIntv(i, 2), 2);
+    EXPECT_EQ(i[0], INT_MAX);
+    EXPECT_EQ(i[1], INT_MIN);
+}
+
+TEST(BlockReader, LeavesABlockFromAnywhereInside)
+{
+    Opened opened("a\n{\nb\n{\nc\n{\nx\n}\ny\n}\nz\n}\nd\n");
+    BlockReader& reader = opened.reader;
+    PString key;
+    ASSERT_TRUE(reader.Next(key));
+    BlockReader* a = reader.Begin();
+    ASSERT_TRUE(a && a->Next(key));
+    BlockReader* b = a->Begin();
+    ASSERT_TRUE(b && b->Next(key));
+    EXPECT_FALSE(reader.Next(key)) << "while a block is entered";
+    EXPECT_EQ(reader.Begin(), nullptr);
+    reader.End();
+    ASSERT_TRUE(reader.Next(key));
+    EXPECT_STREQ(key, "d");
+    reader.End();
+    EXPECT_FALSE(reader.Next(key));
+}
+
+// A hundred thousand levels must not be as many calls.
+TEST(BlockReader, NestsToAnyDepth)
+{
+    constexpr int depth = 100000;
+    std::string text;
+    for (int i = 0; i < depth; ++i)
+        text += "a\n{\n";
+    Opened opened(text);
+    PString key;
+    BlockReader* reader = &opened.reader;
+    int entered = 0;
+    while (reader && reader->Next(key))
+    {
+        reader = reader->Begin();
+        ++entered;
+    }
+    EXPECT_EQ(entered, depth);
+    opened.reader.End();
+    EXPECT_FALSE(opened.reader.Next(key));
+}
+
+} // namespace

@@ -5,6 +5,7 @@
 
 #include <Bedrock/Library.h>
 
+#include <Bedrock/files/FileSubstList.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Module.h>
@@ -28,6 +29,9 @@ namespace
 
 // The clocks.
 const std::int64_t Time::freq = Time::QueryCounterFrequency();
+
+// The substitution list. Its lock is there without an initialiser, and outlives it.
+constinit FileSubstList FileSubstList::instance;
 
 // The attach step: from here on text can be interned.
 struct Attachment

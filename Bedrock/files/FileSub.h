@@ -94,9 +94,11 @@ public:
 
     /// A new location in front: a folder if `path` ends in a separator, else an archive. Throws FileEx for a path that
     /// is empty or has 260 bytes and more, and when a new archive cannot be made; nothing is added then.
-    void Add(const char* path, bool writable);
+    void Add(const char* path, bool writable) { Add(NewLocation(substName, path, writable)); }
     /// The same with a location of the application, which belongs to the substitute from here on.
     void Add(FileSub* location);
+    /// The folder or archive that `Add` would make, on its own; `name` is for the message of what it throws.
+    static FileSub* NewLocation(const PString& name, const char* path, bool writable);
     /// A link to `target`, at the end. Throws FileEx when `target` leads here already: a circle.
     void AddLink(FileSubstitute* target);
 

@@ -1,0 +1,252 @@
+// The directory of an archive: how it is read from the file, how names are found in it.
+
+#include <Bedrock/files/ArchiveDirectory.h>
+
+#include <Bedrock/files/ArchiveFormat.h>
+#include <Bedrock/memory/Alloc.h>
+#include <Bedrock/platform/Clock.h>
+#include <Bedrock/platform/Files.h>
+#include <Bedrock/platform/Text.h>
+
+#include <atomic>
+#include <cstring>
+
+namespace Zem
+{
+
+namespace
+{
+
+using namespace ArchiveFormat;
+
+// Appends by anybody in this process.
+constinit std::atomic<std::uint32_t> growth{0};
+
+// Looks at the end of the file cost a call of the system each. After so many in a row that found nothing, there is one
+// a millisecond: enough to see what other processes append.
+constexpr std::uint32_t freeLooks = 16;
+
+inline unsigned char Fold(char c)
+{
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte == '\\')
+        return '/';
+    return byte < 128 ? Platform::ToLowerAscii(byte) : static_cast<unsigned char>(Platform::ToLower(byte));
+}
+
+// FNV-1a over the folded name, its upper half mixed into the lower, which picks the slot.
+std::uint32_t HashName(const char* name)
+{
+    std::uint32_t hash = 0x811C9DC5;
+    for (; *name; ++name)
+        hash = (hash ^ Fold(*name)) * 0x01000193;
+    return hash ^ hash >> 15;
+}
+
+bool SameName(const char* a, const char* b)
+{
+    for (; *a && (*a == *b || Fold(*a) == Fold(*b)); ++a, ++b)
+    {
+    }
+    return *a == *b;
+}
+
+} // namespace
+
+ArchiveDirectory::~ArchiveDirectory()
+{
+    Alloc::Delete(slots);
+    Alloc::Delete(window);
+}
+
+void ArchiveDirectory::NoteGrowth() noexcept
+{
+    growth.fetch_add(1, std::memory_order_release);
+}
+
+void ArchiveDirectory::Refresh() noexcept
+{
+    windowCount = 0;
+    fileLength = 0;
+    idleLooks = 0;
+}
+
+const ArchiveDirectory::Record* ArchiveDirectory::Lookup(const char* name, std::uint32_t hash) const
+{
+    if (slotCount == 0)
+        return nullptr;
+    const std::uint32_t mask = slotCount - 1;
+    for (std::uint32_t at = hash & mask; slots[at].record; at = (at + 1) & mask)
+        if (slots[at].hash == hash && SameName(slots[at].record->entry.name, name))
+            return slots[at].record;
+    return nullptr;
+}
+
+const ArchiveDirectory::Record* ArchiveDirectory::Find(const char* name)
+{
+    const std::uint32_t hash = HashName(name);
+    if (const Record* found = Lookup(name, hash))
+        return found;
+    if (!MayLook())
+        return nullptr;
+    while (const Record* more = ReadMore())
+        if (more->hash == hash && SameName(more->entry.name, name))
+            return more;
+    return nullptr;
+}
+
+const ArchiveDirectory::Record* ArchiveDirectory::Next(const Record* last)
+{
+    if (const Record* known = last ? last->next : firstRecord)
+        return known;
+    return ReadMore();
+}
+
+std::uint64_t ArchiveDirectory::ReadToEnd()
+{
+    Refresh();
+    while (ReadMore())
+    {
+    }
+    return zerosFrom ? zerosFrom : scanned;
+}
+
+// Whether a look at the end of the file is due. While members are still being found it always is.
+bool ArchiveDirectory::MayLook()
+{
+    if (idleLooks < freeLooks)
+        return true;
+    const std::uint32_t now = growth.load(std::memory_order_acquire);
+    const std::int64_t clock = Platform::Counter();
+    if (now == growthSeen && clock - lastLook < Platform::CounterFrequency() / 1000)
+        return false;
+    growthSeen = now;
+    lastLook = clock;
+    return true;
+}
+
+// Makes `bytes` bytes at `offset` lie in the window; false if the file does not have them.
+bool ArchiveDirectory::Fetch(std::uint64_t offset, std::uint32_t bytes)
+{
+    if (offset >= windowOffset && offset + bytes <= windowOffset + windowCount)
+        return true;
+    if (!window && !(window = static_cast<std::uint8_t*>(Alloc::New(windowSize))))
+        return false;
+    const std::uint32_t wanted = readAhead > bytes ? readAhead : bytes;
+    windowOffset = offset;
+    windowCount = 0;
+    while (windowCount < bytes)
+    {
+        std::size_t got = 0;
+        if (Platform::ReadAt(handle, offset + windowCount, window + windowCount, wanted - windowCount, got) !=
+                Platform::Status::Ok ||
+            got == 0)
+            return false;
+        windowCount += static_cast<std::uint32_t>(got);
+    }
+    return true;
+}
+
+bool ArchiveDirectory::EndsInFile(std::uint64_t end)
+{
+    if (end <= fileLength)
+        return true;
+    Platform::FileInfo info;
+    if (Platform::GetInfo(handle, info) != Platform::Status::Ok)
+        return false;
+    fileLength = info.length;
+    return end <= fileLength;
+}
+
+// Puts a member into the table; the first of a name stays the one that is found. False when the heap is exhausted.
+bool ArchiveDirectory::Enter(Record* record)
+{
+    if (2 * (count + 1) > slotCount)
+    {
+        const std::uint32_t wider = slotCount ? 2 * slotCount : 512;
+        auto* table = static_cast<Slot*>(Alloc::New(std::size_t{wider} * sizeof(Slot)));
+        if (!table)
+            return false;
+        std::memset(static_cast<void*>(table), 0, std::size_t{wider} * sizeof(Slot));
+        for (std::uint32_t i = 0; i < slotCount; ++i)
+        {
+            if (!slots[i].record)
+                continue;
+            std::uint32_t at = slots[i].hash & (wider - 1);
+            while (table[at].record)
+                at = (at + 1) & (wider - 1);
+            table[at] = slots[i];
+        }
+        Alloc::Delete(slots);
+        slots = table;
+        slotCount = wider;
+    }
+    if (!Lookup(record->entry.name, record->hash))
+    {
+        std::uint32_t at = record->hash & (slotCount - 1);
+        while (slots[at].record)
+            at = (at + 1) & (slotCount - 1);
+        slots[at] = {record->hash, record};
+    }
+    return true;
+}
+
+// The next member in the file that is not in the directory yet; it is afterwards. Null where no whole chunk follows.
+const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
+{
+    for (;;)
+    {
+        const std::uint64_t at = scanned;
+        if (!Fetch(at, chunkHeaderSize))
+            break;
+        const std::uint8_t* chunk = window + (at - windowOffset);
+        const std::uint32_t length = Get32(chunk + 4);
+        const std::uint64_t end = at + chunkHeaderSize + length;
+        if (!IsId(chunk, "FIL "))
+        {
+            if (!EndsInFile(end))
+                break;
+            // A crash can leave zeros where an append had begun: they look like chunks, and go with the torn end.
+            const bool zeros = length == 0 && Get32(chunk) == 0;
+            zerosFrom = !zeros ? 0 : zerosFrom ? zerosFrom : at;
+            readAhead = length < windowSize / 4 ? windowSize : memberHeaderSize + chunkHeaderSize;
+            scanned = end;
+            continue;
+        }
+        // The member's header is one read with the chunk's: it is nearly always there.
+        if (length < entrySize || !EndsInFile(end) || !Fetch(at, memberHeaderSize))
+            break;
+        chunk = window + (at - windowOffset);
+        Record* record = records.Emplace();
+        if (!record)
+            break;
+        if (!Decode(record->entry, chunk + chunkHeaderSize))
+        {
+            ++nameless; // its slot stays unused
+            zerosFrom = 0;
+            scanned = end;
+            continue;
+        }
+        record->dataOffset = at + memberHeaderSize;
+        record->payload = length - entrySize;
+        record->hash = HashName(record->entry.name);
+        if (!Enter(record))
+            break;
+        (lastRecord ? lastRecord->next : firstRecord) = record;
+        lastRecord = record;
+        ++count;
+        zerosFrom = 0;
+        scanned = end;
+        idleLooks = 0;
+        // Small members share a read; behind a large one only the next header is worth it.
+        readAhead = length < windowSize / 4 ? windowSize : memberHeaderSize;
+        return record;
+    }
+    // What was read ahead may be the middle of somebody's append.
+    windowCount = 0;
+    if (idleLooks < freeLooks)
+        ++idleLooks;
+    return nullptr;
+}
+
+} // namespace Zem

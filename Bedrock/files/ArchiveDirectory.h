@@ -1,0 +1,99 @@
+#pragma once
+
+#include <Bedrock/files/Entry.h>
+#include <Bedrock/memory/DynamicArray.h>
+#include <Bedrock/platform/FileHandle.h>
+
+#include <cstdint>
+
+namespace Zem
+{
+
+/// The directory of an archive file, which stores none: built from the headers of its members, from the front, and only
+/// as far as somebody needed it. What was read once stays.
+///
+/// A chunk counts when all of it is in the file. The first that does not ends the directory for the time being: a later
+/// call looks again, since the archive may have grown. Nothing in the file is believed before it was compared with the
+/// file's length.
+/// Threads: no lock of its own; the archive's lock guards it.
+class ArchiveDirectory
+{
+public:
+    /// One member.
+    struct Record
+    {
+        Record* next = nullptr;       // in the order of the file
+        std::uint64_t dataOffset = 0; // of the payload
+        std::uint32_t payload = 0;    // bytes
+        std::uint32_t hash = 0;       // of the folded name
+        FileEntry entry;              // as stored
+    };
+
+    constexpr ArchiveDirectory() noexcept = default;
+    ~ArchiveDirectory();
+    ArchiveDirectory(const ArchiveDirectory&) = delete;
+    ArchiveDirectory& operator=(const ArchiveDirectory&) = delete;
+
+    /// Begins the directory of an open file, behind its magic.
+    void Attach(Platform::FileHandle file) noexcept { handle = file; }
+
+    /// The first member of that name, ignoring case and the kind of separator; reads on in the file where the members
+    /// known do not have it. Null: nowhere.
+    const Record* Find(const char* name);
+
+    /// The member behind `last` in the file, or the first for null; reads on where needed. Null at the end.
+    const Record* Next(const Record* last);
+
+    /// Reads all there is to the end. The answer is where the next member goes: behind the last whole chunk. What lies
+    /// behind it is the rest of an append that came to nothing.
+    std::uint64_t ReadToEnd();
+
+    /// Members known so far, and entries passed over because their name has no end.
+    std::uint32_t Count() const noexcept { return count; }
+    std::uint32_t Nameless() const noexcept { return nameless; }
+
+    /// Forgets what was read ahead and how long the file is: somebody changed its end.
+    void Refresh() noexcept;
+
+    /// Some archive of this process grew: directories that keep from looking too often look again.
+    static void NoteGrowth() noexcept;
+
+private:
+    struct Slot
+    {
+        std::uint32_t hash;
+        Record* record; // null: free
+    };
+
+    const Record* ReadMore();
+    bool MayLook();
+    bool Fetch(std::uint64_t offset, std::uint32_t bytes);
+    bool EndsInFile(std::uint64_t end);
+    bool Enter(Record* record);
+    const Record* Lookup(const char* name, std::uint32_t hash) const;
+
+    static constexpr std::uint32_t windowSize = 8192;
+
+    Platform::FileHandle handle;
+    DynamicArray<Record, 61> records;
+    Record* firstRecord = nullptr;
+    Record* lastRecord = nullptr;
+    Slot* slots = nullptr;       // open addressing, at most half full
+    std::uint32_t slotCount = 0; // a power of two, or 0
+    std::uint32_t count = 0;
+    std::uint32_t nameless = 0;
+
+    std::uint64_t scanned = 4;    // offset behind the last whole chunk
+    std::uint64_t zerosFrom = 0;  // where a run of empty nameless chunks up to `scanned` began; 0: no such run
+    std::uint64_t fileLength = 0; // as last asked
+    std::uint64_t windowOffset = 0;
+    std::uint32_t windowCount = 0;        // bytes read ahead
+    std::uint32_t readAhead = windowSize; // bytes worth reading at once, as the last members were
+    std::uint8_t* window = nullptr;
+
+    std::uint32_t idleLooks = 0; // at the end of the file that found nothing, in a row
+    std::uint32_t growthSeen = 0;
+    std::int64_t lastLook = 0; // clock
+};
+
+} // namespace Zem

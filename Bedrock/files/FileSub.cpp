@@ -1,0 +1,473 @@
+// Locations and substitutes: what a folder and a link do, and the walks over a substitute's locations. Archives stand in
+// FileSubArchive.cpp, the list of all substitutes in FileSubstList.cpp.
+
+#include <Bedrock/files/FileSub.h>
+
+#include <Bedrock/files/FileSubArchive.h>
+#include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/host/Exception.h>
+#include <Bedrock/platform/Files.h>
+
+#include <cstring>
+
+namespace Zem
+{
+
+namespace
+{
+
+bool IsSeparator(char c)
+{
+    return c == '/' || c == '\\';
+}
+
+// Whether the levels of a name, walked one by one, ever lead above where they began.
+bool Climbs(const char* name)
+{
+    int depth = 0;
+    while (*name)
+    {
+        const char* end = name;
+        while (*end && !IsSeparator(*end))
+            ++end;
+        const auto length = end - name;
+        if (length == 2 && name[0] == '.' && name[1] == '.')
+        {
+            if (--depth < 0)
+                return true;
+        }
+        else if (length > 1 || (length == 1 && name[0] != '.'))
+            ++depth;
+        name = *end ? end + 1 : end;
+    }
+    return false;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------------- FileSub
+
+FileSub::~FileSub() = default;
+
+void FileSub::SubstRemoved(const PString&)
+{
+}
+
+bool FileSub::IsReadOnly()
+{
+    return true;
+}
+
+bool FileSub::IsValid()
+{
+    return false;
+}
+
+bool FileSub::IsKind(int)
+{
+    return false;
+}
+
+bool FileSub::OpenWrite(File&, const char*, int, int)
+{
+    return false;
+}
+
+bool FileSub::OpenRead(File&, const char*, int, int)
+{
+    return false;
+}
+
+void FileSub::CloseFile(File&)
+{
+    throw FileEx("FileSub", __LINE__, "CloseFile() Logic Error");
+}
+
+bool FileSub::Exists(PString&, const char*)
+{
+    return false;
+}
+
+bool FileSub::Unlink(const char*)
+{
+    return false;
+}
+
+bool FileSub::Rename(const char*, const char*)
+{
+    return false;
+}
+
+bool FileSub::TrueName(char*)
+{
+    return false;
+}
+
+bool FileSub::GetStamp(File::Time&, const char*)
+{
+    return false;
+}
+
+void FileSub::AddToSearch(SearchList&)
+{
+}
+
+void FileSub::Lock()
+{
+}
+
+void FileSub::Unlock()
+{
+}
+
+bool FileSub::IsPath(const char*)
+{
+    return false;
+}
+
+// --------------------------------------------------------------------------------------------- FileSubstitute
+
+FileSubstitute::FileSubstitute(const PString& name) : substName(name)
+{
+    first.next = &first;
+}
+
+FileSubstitute::~FileSubstitute()
+{
+    for (ISingleListNode* node = first.next; node != &first;)
+    {
+        FileSub* location = static_cast<FileSub*>(node);
+        node = node->next;
+        delete location;
+    }
+}
+
+FileSub* FileSubstitute::NewLocation(const PString& name, const char* path, bool writable)
+{
+    const std::size_t length = path ? std::strlen(path) : 0;
+    if (length == 0 || length >= File::Path::capacity)
+    {
+        const char* word = name;
+        FileEx failure("FileSubstList", __LINE__);
+        failure.SetReasonf("Subst(%s) %s", word ? word : "", length == 0 ? "Path is empty" : "Path is too long");
+        throw failure;
+    }
+    FileSub* location = nullptr;
+    if (IsSeparator(path[length - 1]))
+        location = new FileSubPath(path, writable);
+    else
+        location = new FileSubArchive(path, writable);
+    if (!location)
+        throw FileEx("FileSubstList", __LINE__, "Subst() Out of memory");
+    return location;
+}
+
+void FileSubstitute::Add(FileSub* location)
+{
+    FileSubstList::Guard guard;
+    location->next = first.next;
+    first.next = location;
+    ++count;
+}
+
+void FileSubstitute::AddLink(FileSubstitute* target)
+{
+    FileSubstList::Guard guard;
+    if (target->LeadsTo(this))
+    {
+        FileEx failure("FileSubstList", __LINE__);
+        failure.SetReasonf("SubstLink(%s,%s) Links would close a circle", static_cast<const char*>(substName),
+                           static_cast<const char*>(target->substName));
+        throw failure;
+    }
+    FileSub* link = new FileSubLink(target);
+    if (!link)
+        throw FileEx("FileSubstList", __LINE__, "SubstLink() Out of memory");
+    ISingleListNode* last = &first;
+    while (last->next != &first)
+        last = last->next;
+    link->next = &first;
+    last->next = link;
+    ++count;
+}
+
+// The walk behind the operations that stop at the first location that serves them.
+template <class Test, class Ask>
+bool FileSubstitute::FirstThat(Test test, Ask ask)
+{
+    FileSubstList::Guard guard;
+    for (ISingleListNode* node = first.next; node != &first; node = node->next)
+    {
+        FileSub& location = *static_cast<FileSub*>(node);
+        if (test(location) && ask(location))
+            return true;
+    }
+    return false;
+}
+
+bool FileSubstitute::OpenWrite(File& file, const char* name, int flags, int permission)
+{
+    return FirstThat([](FileSub& location) { return !location.IsReadOnly(); },
+                     [&](FileSub& location) { return location.OpenWrite(file, name, flags, permission); });
+}
+
+bool FileSubstitute::OpenRead(File& file, const char* name, int flags, int permission)
+{
+    return FirstThat([](FileSub& location) { return location.IsValid(); },
+                     [&](FileSub& location) { return location.OpenRead(file, name, flags, permission); });
+}
+
+File::Result FileSubstitute::Exists(PString& subst, const char* name)
+{
+    PString found;
+    const bool exists = FirstThat([](FileSub& location) { return location.IsValid(); },
+                                  [&](FileSub& location)
+                                  {
+                                      found = substName;
+                                      return location.Exists(found, name);
+                                  });
+    if (!exists)
+        return File::RES_FILENOTFOUND;
+    subst = found;
+    return File::RES_OK;
+}
+
+bool FileSubstitute::Unlink(const char* name)
+{
+    bool deleted = false;
+    FirstThat([](FileSub& location) { return location.IsValid() && !location.IsReadOnly(); },
+              [&](FileSub& location)
+              {
+                  deleted |= location.Unlink(name);
+                  return false;
+              });
+    return deleted;
+}
+
+bool FileSubstitute::Rename(const char* from, const char* to)
+{
+    return FirstThat([](FileSub& location) { return location.IsValid() && !location.IsReadOnly(); },
+                     [&](FileSub& location) { return location.Rename(from, to); });
+}
+
+bool FileSubstitute::TrueName(char* name)
+{
+    return FirstThat([](FileSub&) { return true; }, [&](FileSub& location) { return location.TrueName(name); });
+}
+
+bool FileSubstitute::GetStamp(File::Time& time, const char* name)
+{
+    return FirstThat([](FileSub& location) { return location.IsValid(); },
+                     [&](FileSub& location) { return location.GetStamp(time, name); });
+}
+
+void FileSubstitute::AddToSearch(FileSub::SearchList& list)
+{
+    FirstThat([](FileSub& location) { return location.IsValid(); },
+              [&](FileSub& location)
+              {
+                  location.AddToSearch(list);
+                  return false;
+              });
+}
+
+void FileSubstitute::SubstRemoved(const PString& name)
+{
+    FirstThat([](FileSub&) { return true; },
+              [&](FileSub& location)
+              {
+                  location.SubstRemoved(name);
+                  return false;
+              });
+}
+
+std::uint32_t FileSubstitute::UseCount()
+{
+    std::uint32_t uses = 0;
+    FirstThat([](FileSub&) { return true; },
+              [&](FileSub& location)
+              {
+                  uses += location.UseCount();
+                  return false;
+              });
+    return uses;
+}
+
+bool FileSubstitute::LeadsTo(const FileSubstitute* other)
+{
+    if (this == other)
+        return true;
+    return FirstThat([](FileSub& location) { return location.IsKind(FileSub::KindLink); },
+                     [&](FileSub& location)
+                     {
+                         const auto* link = dynamic_cast<FileSubLink*>(&location);
+                         return link && link->Target() && link->Target()->LeadsTo(other);
+                     });
+}
+
+// ------------------------------------------------------------------------------------------------- FileSubPath
+
+FileSubPath::FileSubPath(const char* folder, bool writable)
+    : path(folder), flags(static_cast<std::uint8_t>(writable ? 0 : ReadOnly))
+{
+    if (Platform::Exists(path))
+        flags |= Valid;
+}
+
+bool FileSubPath::IsReadOnly()
+{
+    return (flags & ReadOnly) != 0;
+}
+
+bool FileSubPath::IsValid()
+{
+    return (flags & Valid) != 0;
+}
+
+bool FileSubPath::IsKind(int kind)
+{
+    return kind == KindPath;
+}
+
+// The path on disk of a name in this folder; false for a name that leads out of it, or that does not fit.
+bool FileSubPath::Join(File::Path& out, const char* name) const
+{
+    if (Climbs(name) || path.Length() + std::strlen(name) >= File::Path::capacity)
+        return false;
+    out.Make(path, name);
+    return true;
+}
+
+bool FileSubPath::OpenWrite(File& file, const char* name, int openFlags, int)
+{
+    File::Path joined;
+    if (!Join(joined, name))
+        return false;
+    if (!(flags & Valid))
+    {
+        if (!File::Md(path))
+            return false;
+        flags |= Valid;
+    }
+    if (!file.OpenHandle(joined, static_cast<unsigned>(openFlags), Platform::Share::DenyAll))
+        return false;
+    file.sub = this;
+    AddUse();
+    return true;
+}
+
+bool FileSubPath::OpenRead(File& file, const char* name, int openFlags, int)
+{
+    // A mode that reads and writes comes here too: it writes, so it needs a location that may be written, and the file
+    // for itself.
+    const bool writes = (file.mode & 0x0F) != 0;
+    File::Path joined;
+    if ((writes && (flags & ReadOnly)) || !Join(joined, name))
+        return false;
+    if (!file.OpenHandle(joined, static_cast<unsigned>(openFlags),
+                         writes ? Platform::Share::DenyAll : Platform::Share::DenyWrite))
+        return false;
+    file.sub = this;
+    AddUse();
+    return true;
+}
+
+void FileSubPath::CloseFile(File& file)
+{
+    ReleaseUse();
+    file.CloseHandle();
+}
+
+bool FileSubPath::Exists(PString&, const char* name)
+{
+    File::Path joined;
+    return Join(joined, name) && Platform::Exists(joined);
+}
+
+bool FileSubPath::Unlink(const char* name)
+{
+    File::Path joined;
+    return Join(joined, name) && Platform::Remove(joined) == Platform::Status::Ok;
+}
+
+bool FileSubPath::Rename(const char* from, const char* to)
+{
+    File::Path source;
+    File::Path target;
+    return Join(source, from) && Join(target, to) && Platform::Rename(source, target) == Platform::Status::Ok;
+}
+
+bool FileSubPath::TrueName(char* name)
+{
+    File::Path joined;
+    if (!Join(joined, name) || !Platform::Exists(joined))
+        return false;
+    std::memcpy(name, joined.Text(), joined.Length() + 1);
+    return true;
+}
+
+bool FileSubPath::GetStamp(File::Time& time, const char* name)
+{
+    File::Path joined;
+    Platform::FileInfo info;
+    if (!Join(joined, name) || Platform::GetInfo(joined, info) != Platform::Status::Ok)
+        return false;
+    time = static_cast<std::int32_t>(info.modified);
+    return true;
+}
+
+void FileSubPath::AddToSearch(SearchList& list)
+{
+    list.Add(this);
+}
+
+bool FileSubPath::IsPath(const char* text)
+{
+    return std::strcmp(path, text) == 0;
+}
+
+// ------------------------------------------------------------------------------------------------- FileSubLink
+
+void FileSubLink::SubstRemoved(const PString& name)
+{
+    if (target && target->Name() == name)
+        target = nullptr;
+}
+
+bool FileSubLink::IsReadOnly()
+{
+    return false;
+}
+
+bool FileSubLink::IsValid()
+{
+    return target != nullptr;
+}
+
+bool FileSubLink::IsKind(int kind)
+{
+    return kind == KindLink;
+}
+
+bool FileSubLink::OpenWrite(File& file, const char* name, int flags, int permission)
+{
+    return target && target->OpenWrite(file, name, flags, permission);
+}
+
+bool FileSubLink::OpenRead(File& file, const char* name, int flags, int permission)
+{
+    return target && target->OpenRead(file, name, flags, permission);
+}
+
+bool FileSubLink::Exists(PString& subst, const char* name)
+{
+    return target && target->Exists(subst, name);
+}
+
+void FileSubLink::AddToSearch(SearchList& list)
+{
+    if (target)
+        target->AddToSearch(list);
+}
+
+} // namespace Zem

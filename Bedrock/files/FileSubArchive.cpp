@@ -1,0 +1,298 @@
+// The archive as a location: opening it, finding and opening its members. The directory stands in ArchiveDirectory.cpp,
+// appending in ArchiveWrite.cpp.
+
+#include <Bedrock/files/FileSubArchive.h>
+
+#include <Bedrock/files/ArchiveFormat.h>
+#include <Bedrock/files/TemporaryFile.h>
+#include <Bedrock/host/Exception.h>
+#include <Bedrock/platform/Files.h>
+
+#include <cstring>
+
+namespace Zem
+{
+
+using namespace ArchiveFormat;
+
+namespace
+{
+
+const char* Inside(const char* name)
+{
+    return *name == '/' || *name == '\\' ? name + 1 : name;
+}
+
+bool ReadWhole(Platform::FileHandle file, std::uint64_t offset, void* dst, std::size_t size)
+{
+    auto* bytes = static_cast<std::uint8_t*>(dst);
+    for (std::size_t got; size > 0; bytes += got, offset += got, size -= got)
+        if (Platform::ReadAt(file, offset, bytes, size, got) != Platform::Status::Ok || got == 0)
+            return false;
+    return true;
+}
+
+} // namespace
+
+FileSubArchive::FileSubArchive(const char* path, bool writable)
+    : archivePath(path), archiveFlags(static_cast<std::uint8_t>(writable ? 0 : ReadOnly))
+{
+    if (!OpenExisting() && writable)
+        CreateNew();
+    directory.Attach(archiveHandle);
+}
+
+FileSubArchive::~FileSubArchive()
+{
+    if (archiveHandle.IsOpen())
+        Platform::CloseFile(archiveHandle);
+}
+
+// False if the file could not be opened. One that is no archive is closed again, and that is no failure.
+bool FileSubArchive::OpenExisting()
+{
+    Platform::FileInfo info;
+    const unsigned access = archiveFlags & ReadOnly ? Platform::OpenReadOnly : Platform::OpenReadWrite;
+    Platform::FileHandle file;
+    if (Platform::OpenFile(file, archivePath, access, Platform::Share::DenyNone, &info) != Platform::Status::Ok)
+        return false;
+    if (Recognise(file, info.length))
+        archiveHandle = file;
+    else
+        Platform::CloseFile(file);
+    return true;
+}
+
+bool FileSubArchive::Recognise(Platform::FileHandle file, std::uint64_t length)
+{
+    std::uint8_t start[fileHeaderSize] = {};
+    const auto have = static_cast<std::size_t>(length < fileHeaderSize ? length : fileHeaderSize);
+    if (!ReadWhole(file, 0, start, have))
+        return false;
+    if (have < fileHeaderSize && std::memcmp(start, fileHeader, have) == 0)
+        archiveFlags |= NoHeader; // nothing yet, or the making of it was cut short
+    if (have < magicSize)
+        return true; // no members, whatever it is
+    if (archiveFlags & NoHeader)
+        return !(archiveFlags & ReadOnly);
+    if (!IsId(start, "ARCH"))
+        return false;
+
+    // The format stands in the chunk "INFO", usually the first.
+    std::uint64_t at = magicSize;
+    for (std::uint8_t chunk[chunkHeaderSize]; ReadWhole(file, at, chunk, sizeof chunk);)
+    {
+        const std::uint32_t size = Get32(chunk + 4);
+        at += chunkHeaderSize;
+        if (IsId(chunk, "INFO"))
+        {
+            std::uint8_t info[8];
+            return size >= sizeof info && ReadWhole(file, at, info, sizeof info) && IsId(info, "0CRA") &&
+                   Get32(info + 4) == formatNumber;
+        }
+        at += size;
+    }
+    return false;
+}
+
+// Two processes may come here at once for one file: whoever is first writes the header.
+void FileSubArchive::CreateNew()
+{
+    Platform::FileHandle file;
+    bool made = Platform::OpenFile(file, archivePath, Platform::OpenReadWrite | Platform::OpenCreate,
+                                   Platform::Share::DenyNone) == Platform::Status::Ok;
+    if (made)
+    {
+        Platform::LockWriter(file);
+        Platform::FileInfo info;
+        std::size_t written = 0;
+        made = Platform::GetInfo(file, info) == Platform::Status::Ok;
+        if (made && info.length == 0)
+        {
+            made = Platform::WriteAt(file, 0, fileHeader, fileHeaderSize, written) == Platform::Status::Ok;
+            if (!made)
+                Platform::SetLength(file, 0);
+        }
+        Platform::UnlockWriter(file);
+        if (!made)
+            Platform::CloseFile(file);
+    }
+    if (!made)
+        throw FileEx("FileSubArchive", __LINE__, "Substitute() Open new archive failed");
+    archiveHandle = file;
+}
+
+bool FileSubArchive::IsReadOnly()
+{
+    // A writable one that is no archive must not take writes either.
+    return (archiveFlags & ReadOnly) != 0;
+}
+
+bool FileSubArchive::IsValid()
+{
+    return archiveHandle.IsOpen();
+}
+
+bool FileSubArchive::IsKind(int kind)
+{
+    return kind == KindArchive;
+}
+
+// The member is written to a temporary file, whose name is kept behind the file's own.
+bool FileSubArchive::OpenWrite(File& file, const char* name, int, int)
+{
+    const char* stored = Inside(name);
+    const std::size_t length = std::strlen(stored);
+    if (!archiveHandle.IsOpen() || length == 0 || length + 1 + TemporaryFile::nameSize > File::Path::capacity)
+        return false;
+    char text[File::Path::capacity] = {};
+    std::memcpy(text, stored, length);
+    Platform::FileHandle temporary;
+    if (TemporaryFile::Make(temporary, text + length + 1, sizeof text - length - 1) != Platform::Status::Ok)
+        return false;
+    static_assert(sizeof(File::Path) == sizeof text);
+    std::memcpy(static_cast<void*>(&file.name), text, sizeof text);
+    file.handle = temporary;
+    file.sub = this;
+    AddUse();
+    return true;
+}
+
+// A member cannot be written in place, so a mode that also writes finds nothing here.
+bool FileSubArchive::OpenRead(File& file, const char* name, int, int)
+{
+    if (file.mode & 0x0F)
+        return false;
+    Platform::LockGuard guard(archiveLock);
+    const Record* record = directory.Find(Inside(name));
+    if (!record)
+        return false;
+    std::memcpy(static_cast<void*>(&file.name), record->entry.name.Text(), record->entry.name.Length() + 1);
+    file.handle = archiveHandle;
+    file.flags |= File::SharedHandle;
+    file.size = record->entry.size;
+    file.base = record->dataOffset;
+    file.rawPosition = record->dataOffset;
+    file.rawEnd = record->dataOffset + record->payload;
+    file.sub = this;
+    AddUse();
+    return true;
+}
+
+void FileSubArchive::CloseFile(File& file)
+{
+    ReleaseUse();
+    const Platform::FileHandle closing = file.handle;
+    file.handle = {};
+    if (!(file.flags & File::SharedHandle))
+        Append(file, closing);
+}
+
+bool FileSubArchive::Exists(PString&, const char* name)
+{
+    Platform::LockGuard guard(archiveLock);
+    return directory.Find(Inside(name)) != nullptr;
+}
+
+bool FileSubArchive::GetStamp(File::Time& time, const char* name)
+{
+    Platform::LockGuard guard(archiveLock);
+    const Record* record = directory.Find(Inside(name));
+    if (record)
+        time = record->entry.timeWrite;
+    return record != nullptr;
+}
+
+void FileSubArchive::AddToSearch(SearchList& list)
+{
+    list.Add(this);
+}
+
+void FileSubArchive::Lock()
+{
+    archiveLock.Enter();
+}
+
+void FileSubArchive::Unlock()
+{
+    archiveLock.Leave();
+}
+
+bool FileSubArchive::IsPath(const char* text)
+{
+    return std::strcmp(archivePath, text) == 0;
+}
+
+// ----------------------------------------------------------------------------------------------------- searches
+
+FileSubArchive::Cursor* FileSubArchive::CursorAt(std::int32_t index)
+{
+    auto at = cursors.Begin();
+    if (index < 0)
+        return nullptr;
+    at += static_cast<std::uint32_t>(index);
+    return at.Get();
+}
+
+std::int32_t FileSubArchive::AcquireCursor()
+{
+    Platform::LockGuard guard(archiveLock);
+    std::int32_t index = 0;
+    for (Cursor& cursor : cursors)
+    {
+        if (!cursor.inUse)
+        {
+            cursor = {nullptr, true};
+            return index;
+        }
+        ++index;
+    }
+    return cursors.Add(Cursor{nullptr, true}) ? index : -1;
+}
+
+void FileSubArchive::ReleaseCursor(std::int32_t index)
+{
+    Platform::LockGuard guard(archiveLock);
+    if (Cursor* cursor = CursorAt(index))
+        cursor->inUse = false;
+}
+
+bool FileSubArchive::Scan(std::int32_t index, File::Entry& out, const char* pattern, bool advance, bool exact)
+{
+    Platform::LockGuard guard(archiveLock);
+    Cursor* cursor = CursorAt(index);
+    if (!cursor || !cursor->inUse || !archiveHandle.IsOpen())
+        return false;
+    if (exact)
+    {
+        const Record* record = directory.Find(Inside(pattern));
+        if (!record)
+            return false;
+        out = record->entry;
+        if (advance)
+            cursor->last = record;
+        return true;
+    }
+    const Record* before = cursor->last;
+    while (const Record* record = directory.Next(before))
+    {
+        const char* folder = nullptr;
+        const char* name = record->entry.name;
+        const bool matches = File::Path::IsMatch(name, pattern, &folder);
+        const bool below = !matches && folder && folder > name;
+        cursor->last = !matches && !below ? record : advance ? record : before;
+        before = record;
+        if (!matches && !below)
+            continue;
+        out = record->entry;
+        if (below)
+        {
+            out.attributes |= File::Entry::Directory | File::Entry::ReadOnly;
+            out.name.Del(static_cast<std::uint32_t>(folder - name), File::Path::capacity);
+        }
+        return true;
+    }
+    return false;
+}
+
+} // namespace Zem

@@ -124,7 +124,6 @@ void FileSubArchive::CreateNew()
 
 bool FileSubArchive::IsReadOnly()
 {
-    // A writable one that is no archive must not take writes either.
     return (archiveFlags & ReadOnly) != 0;
 }
 

@@ -147,6 +147,14 @@ bool ArchiveDirectory::Fetch(std::uint64_t offset, std::uint32_t bytes)
     return true;
 }
 
+bool ArchiveDirectory::TakeAhead(const Record& record, std::uint8_t* dst, std::uint32_t size) const noexcept
+{
+    if (record.dataOffset < windowOffset || record.dataOffset + size > windowOffset + windowCount)
+        return false;
+    std::memcpy(dst, window + (record.dataOffset - windowOffset), size);
+    return true;
+}
+
 bool ArchiveDirectory::EndsInFile(std::uint64_t end)
 {
     if (end <= fileLength)
@@ -209,7 +217,7 @@ const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
             // A crash can leave zeros where an append had begun: they look like chunks, and go with the torn end.
             const bool zeros = length == 0 && Get32(chunk) == 0;
             zerosFrom = !zeros ? 0 : zerosFrom ? zerosFrom : at;
-            readAhead = length < windowSize / 4 ? windowSize : memberHeaderSize + chunkHeaderSize;
+            readAhead = length < smallChunk ? windowSize : memberHeaderSize;
             scanned = end;
             continue;
         }
@@ -238,14 +246,16 @@ const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
         zerosFrom = 0;
         scanned = end;
         idleLooks = 0;
-        // Small members share a read; behind a large one only the next header is worth it.
-        readAhead = length < windowSize / 4 ? windowSize : memberHeaderSize;
+        readAhead = length < smallChunk ? windowSize : memberHeaderSize;
         return record;
     }
     // What was read ahead may be the middle of somebody's append.
     windowCount = 0;
-    if (idleLooks < freeLooks)
-        ++idleLooks;
+    if (idleLooks < freeLooks && ++idleLooks == freeLooks)
+    {
+        Alloc::Delete(window);
+        window = nullptr;
+    }
     return nullptr;
 }
 

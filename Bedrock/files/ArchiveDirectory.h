@@ -52,6 +52,9 @@ public:
     std::uint32_t Count() const noexcept { return count; }
     std::uint32_t Nameless() const noexcept { return nameless; }
 
+    /// Copies the first `size` bytes of a member's payload to `dst` if they were read along with its header.
+    bool TakeAhead(const Record& record, std::uint8_t* dst, std::uint32_t size) const noexcept;
+
     /// Forgets what was read ahead and how long the file is: somebody changed its end.
     void Refresh() noexcept;
 
@@ -72,7 +75,10 @@ private:
     bool Enter(Record* record);
     const Record* Lookup(const char* name, std::uint32_t hash) const;
 
-    static constexpr std::uint32_t windowSize = 8192;
+    // Small members share a read of this size, payloads and all, and one that is opened next has its payload there.
+    // Behind a larger one only the next header is read.
+    static constexpr std::uint32_t windowSize = 65536;
+    static constexpr std::uint32_t smallChunk = windowSize / 4;
 
     Platform::FileHandle handle;
     DynamicArray<Record, 61> records;

@@ -152,7 +152,10 @@ File::Result File::Open(const PString& subst, const char* path, std::uint32_t op
         return RES_OK;
     }
     if ((mode & 0xF0) != ModeRead && (mode & 0xF0) != ModeReadCompressed)
+    {
+        LimitToPayload();
         return RES_OK;
+    }
     return Detect();
 }
 
@@ -165,13 +168,20 @@ bool File::OpenHandle(const char* path, unsigned openFlags, Platform::Share shar
     return Platform::OpenFile(handle, path, openFlags, share) == Platform::Status::Ok;
 }
 
+// A plain member ends with its payload, whatever its entry says.
+void File::LimitToPayload() noexcept
+{
+    if (rawEnd != noEnd && size > rawEnd - base)
+        size = static_cast<std::uint32_t>(rawEnd - base);
+}
+
 // Plain or compressed: the first four bytes tell. A whole block is fetched for them, as it will be wanted next, so that
-// a small file costs one read.
+// a small file costs one read; an archive may have put it into the buffer already.
 File::Result File::Detect()
 {
     bool failed = false;
-    std::size_t got = 0;
-    do
+    auto got = static_cast<std::size_t>(readEnd - buffer);
+    while (got < 4)
     {
         const std::size_t part = ReadAt(buffer + got, blockSize - got, base + got, failed);
         if (failed)
@@ -182,7 +192,7 @@ File::Result File::Detect()
         if (part == 0)
             break;
         got += part;
-    } while (got < 4);
+    }
 
     const bool compressed = got >= 4 && std::memcmp(buffer, "CFIL", 4) == 0;
     if (compressed && (mode & 0x0F))
@@ -204,6 +214,7 @@ File::Result File::Detect()
         TakeFirstFrame(got);
         return RES_OK;
     }
+    LimitToPayload();
     if (size != unknownSize && got > size)
         got = size;
     readEnd = buffer + got;

@@ -305,6 +305,7 @@ private:
 
     // Opening and closing, File.cpp
     bool OpenHandle(const char* path, unsigned openFlags, Platform::Share share);
+    void LimitToPayload() noexcept;
     Result Detect();
     void Abandon() noexcept;
     /// Ends a file on disk that `OpenHandle` opened as `name`: closes it, after the compression of a file written

@@ -175,6 +175,12 @@ bool FileSubArchive::OpenRead(File& file, const char* name, int, int)
     file.rawEnd = record->dataOffset + record->payload;
     file.sub = this;
     AddUse();
+    // Detection wants the first block.
+    const std::uint32_t block = record->payload < File::blockSize ? record->payload : File::blockSize;
+    const std::uint32_t reads = file.mode & 0xF0;
+    if ((reads == File::ModeRead || reads == File::ModeReadCompressed) && !(file.mode & File::ModeCreate) &&
+        directory.TakeAhead(*record, file.buffer, block))
+        file.readEnd = file.buffer + block;
     return true;
 }
 

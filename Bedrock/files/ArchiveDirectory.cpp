@@ -108,7 +108,7 @@ std::uint64_t ArchiveDirectory::ReadToEnd()
     while (ReadMore())
     {
     }
-    return zerosFrom ? zerosFrom : scanned;
+    return scanned;
 }
 
 // Whether a look at the end of the file is due. While members are still being found it always is.
@@ -202,9 +202,10 @@ bool ArchiveDirectory::Enter(Record* record)
 // The next member in the file that is not in the directory yet; it is afterwards. Null where no whole chunk follows.
 const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
 {
-    for (;;)
+    // A crash can leave zeros where an append had begun. They look like empty chunks; they count as such only if something
+    // follows them, else they go with the torn end.
+    for (std::uint64_t at = scanned;;)
     {
-        const std::uint64_t at = scanned;
         if (!Fetch(at, chunkHeaderSize))
             break;
         const std::uint8_t* chunk = window + (at - windowOffset);
@@ -214,11 +215,10 @@ const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
         {
             if (!EndsInFile(end))
                 break;
-            // A crash can leave zeros where an append had begun: they look like chunks, and go with the torn end.
-            const bool zeros = length == 0 && Get32(chunk) == 0;
-            zerosFrom = !zeros ? 0 : zerosFrom ? zerosFrom : at;
             readAhead = length < smallChunk ? windowSize : memberHeaderSize;
-            scanned = end;
+            if (length != 0 || Get32(chunk) != 0)
+                scanned = end;
+            at = end;
             continue;
         }
         // The member's header is one read with the chunk's: it is nearly always there.
@@ -231,8 +231,7 @@ const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
         if (!Decode(record->entry, chunk + chunkHeaderSize))
         {
             ++nameless; // its slot stays unused
-            zerosFrom = 0;
-            scanned = end;
+            scanned = at = end;
             continue;
         }
         record->dataOffset = at + memberHeaderSize;
@@ -243,7 +242,6 @@ const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
         (lastRecord ? lastRecord->next : firstRecord) = record;
         lastRecord = record;
         ++count;
-        zerosFrom = 0;
         scanned = end;
         idleLooks = 0;
         readAhead = length < smallChunk ? windowSize : memberHeaderSize;

@@ -90,7 +90,6 @@ private:
     std::uint32_t nameless = 0;
 
     std::uint64_t scanned = 4;    // offset behind the last whole chunk
-    std::uint64_t zerosFrom = 0;  // where a run of empty nameless chunks up to `scanned` began; 0: no such run
     std::uint64_t fileLength = 0; // as last asked
     std::uint64_t windowOffset = 0;
     std::uint32_t windowCount = 0;        // bytes read ahead

@@ -85,7 +85,7 @@ void FileSubArchive::Append(File& file, Platform::FileHandle stored)
     const char* name = file.name;
     const Temporary temporary{stored, name + std::strlen(name) + 1};
     if (file.flags & File::Broken)
-        return; // the failure is on its way already
+        Fail(name, archivePath, "a write to it has failed", __LINE__);
 
     Platform::FileInfo info;
     if (Platform::GetInfo(stored, info) != Platform::Status::Ok)

@@ -293,7 +293,7 @@ private:
     {
         OwnsBuffer = 1,
         SharedHandle = 2, // the handle is an archive's
-        Broken = 4,       // pending data could not be written: whoever closes the file only gives up the handle
+        Broken = 4,       // the last write failed: whoever closes the file only gives up the handle
     };
 
     template <class T>
@@ -320,6 +320,7 @@ private:
     void Drop(std::uint32_t position) noexcept;
     void WriteStraight(const std::uint8_t* src, std::size_t bytes);
     void Grow(std::uint32_t count) noexcept;
+    void NoteWrite(bool stored) noexcept;
 
     // Below the buffer
     std::size_t ReadAt(void* dst, std::size_t size, std::uint64_t offset, bool& failed);

@@ -73,7 +73,7 @@ void File::TakeFirstFrame(std::size_t got)
         if (!BPE::DecompBounded(buffer, blockSize, work, length, count))
             return;
     }
-    if (count == 0 || (hasNext && count < blockSize))
+    if (count == 0 || (hasNext && count < blockSize && count < size))
         return;
     readEnd = buffer + (count < size ? count : size);
     rawPosition = base + 2 + length;
@@ -134,8 +134,8 @@ std::uint32_t File::ReadFrame(std::uint8_t* dst)
             ThrowFrame(header, __LINE__);
     }
     const bool hasNext = got == std::size_t{length} + 2;
-    if (hasNext && count < blockSize)
-        ThrowFrame(header, __LINE__); // a short frame is the last one
+    if (hasNext && count < blockSize && count < size - Tell())
+        ThrowFrame(header, __LINE__); // a short frame is the last one, unless the member ends with it
     rawPosition = offset + (got < length ? got : length);
     nextHeader = hasNext ? FromBytes(following) : noHeader;
     const std::uint32_t left = size - Tell();

@@ -35,6 +35,16 @@ void File::Grow(std::uint32_t count) noexcept
         size = Tell();
 }
 
+// A stream whose last write failed is not whole: unless the rest is written after all, it is not compressed and not put
+// into an archive when it is closed.
+void File::NoteWrite(bool stored) noexcept
+{
+    if (stored)
+        flags &= static_cast<std::uint8_t>(~Broken);
+    else
+        flags |= Broken;
+}
+
 // Writes what is pending. When that fails, what was not stored stays pending, and the position is the same.
 void File::WriteBuffer()
 {
@@ -49,6 +59,7 @@ void File::WriteBuffer()
         std::memmove(buffer, buffer + written, count - written);
     bufferStart += static_cast<std::uint32_t>(written);
     current = buffer + (count - written);
+    NoteWrite(status == Platform::Status::Ok);
     if (status != Platform::Status::Ok)
         throw FileEx("File", __LINE__,
                      status == Platform::Status::Unsupported ? "WriteBuffer(void) Seek failed"
@@ -63,6 +74,7 @@ void File::WriteStraight(const std::uint8_t* src, std::size_t bytes)
     systemPosition = base + bufferStart + written;
     bufferStart += static_cast<std::uint32_t>(written);
     Grow(static_cast<std::uint32_t>(written));
+    NoteWrite(status == Platform::Status::Ok);
     if (status != Platform::Status::Ok)
         throw FileEx("File", __LINE__, "WriteBuffer() Write failed");
 }

@@ -6,12 +6,11 @@
 namespace Zem::Platform
 {
 
-/// A lock between the threads of a process, which its holder may enter again: 16 bytes, constant-initialised, never
-/// destroyed.
+/// A lock between the threads of a process, which its holder may enter again: constant-initialised, never destroyed.
 ///
-/// A static `Lock` needs no initialiser and works until the last instruction of the process. Taking a free lock is one
-/// atomic operation, entering a held one again none; a contended one spins shortly, then sleeps in the kernel. What the
-/// holder wrote is seen by the next one. No order of arrival is kept. The operations keep errno unless they sleep.
+/// A static `Lock` needs no initialiser and works until the last instruction of the process. Entering a free lock is one
+/// atomic operation; entering it again and leaving it are none. Who comes to a held lock spins shortly, then sleeps in
+/// the kernel. What the holder wrote is seen by the next one. No order of arrival is kept.
 class Lock
 {
 public:
@@ -19,19 +18,21 @@ public:
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
-    void Enter() noexcept;
+    /// Always true, as is the answer of `Leave`: an operation that ends by one of them and succeeds is a single jump.
+    bool Enter() noexcept;
     /// True if the lock was free or the caller's own, and is entered.
     bool TryEnter() noexcept;
     /// Only the holder may call it, once for each entry.
-    void Leave() noexcept;
+    bool Leave() noexcept;
 
 private:
-    void EnterContended() noexcept;
-    void WakeOne() noexcept;
+    bool EnterContended(std::uintptr_t self) noexcept;
+    bool WakeOne() noexcept;
 
-    std::atomic<std::uint32_t> word{0};   // 0 free, 1 held, 2 held and somebody may sleep
-    std::uint32_t depth = 0;              // entries of the owner
-    std::atomic<std::uintptr_t> owner{0}; // identity of the owning thread, 0 when free
+    std::atomic<std::uintptr_t> owner{0};   // identity of the thread that holds the lock, 0 when it is free
+    std::uint32_t depth = 0;                // entries of the owner
+    std::atomic<std::uint32_t> sleepers{0}; // threads that sleep or are about to, or have just been woken
+    std::atomic<std::uint32_t> waking{0};   // 1 while a thread has been woken and has not come back yet
 };
 
 /// Holds a `Lock` for a scope.

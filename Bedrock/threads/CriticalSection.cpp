@@ -11,14 +11,12 @@ CriticalSection::~CriticalSection() = default;
 
 bool CriticalSection::Lock(std::uint32_t) noexcept
 {
-    section.Enter();
-    return true;
+    return section.Enter();
 }
 
 bool CriticalSection::Unlock() noexcept
 {
-    section.Leave();
-    return true;
+    return section.Leave();
 }
 
 } // namespace Zem

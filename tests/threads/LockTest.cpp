@@ -15,8 +15,6 @@ using Zem::SingleLock;
 using Zem::SyncObject;
 using Zem::Platform::Lock;
 
-static_assert(sizeof(Lock) <= 16);
-
 // Plain data under the lock, more threads than processors: a lost update, a torn pair or a race is a hole in the lock;
 // a lost wake-up hangs the test.
 TEST(CriticalSection, ExcludesAndNeverLosesAWakeUp)

@@ -1,6 +1,9 @@
 #include <Bedrock/platform/Lock.h>
 
+#include <cerrno>
+#include <ctime>
 #include <linux/futex.h>
+#include <linux/membarrier.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -8,11 +11,30 @@
 namespace Zem::Platform
 {
 
+// Leaving is a plain store, not an atomic exchange, which is half of what a lock costs. The processor may carry out the
+// look at `sleepers` that follows before the store is seen by others; so a thread that goes to sleep, where time does
+// not matter, makes every other thread pass a memory barrier (`membarrier`) between counting itself as a sleeper and its
+// last look at the lock:
+//
+//     leaving                      going to sleep
+//     owner = 0                    sleepers += 1
+//     if sleepers: wake one        every thread passes a barrier
+//                                  if owner: sleep while it is unchanged
+//
+// A leaver that passes the barrier before it looks at `sleepers` sees the sleeper; one that has looked before has
+// stored, too, and the sleeper sees the lock free.
+//
+// `waking` keeps a thread that enters and leaves in a loop from waking again and again a thread that is on its way.
+
 namespace
 {
 
-// Turns of looking at a held lock before sleeping: a bit less than a sleep and a wake cost.
-constexpr int SpinTurns = 200;
+// Looks at a held lock before sleeping, with pauses that grow up to 64: some microseconds, about what a sleep costs.
+constexpr unsigned SpinTurns = 12;
+
+// Whether sleepers can make others pass a barrier. If the system does not let them, leaving is an exchange, and who
+// goes to sleep meanwhile looks again after a millisecond.
+constinit std::atomic<bool> hasBarrier{true};
 
 // What tells threads apart. Not the kernel's thread number: that one costs a system call, and a remembered one would be
 // wrong in a forked child. The address of the thread's control block is both, and pthread_self() without a call.
@@ -38,72 +60,127 @@ inline void Pause()
 #endif
 }
 
-std::uint32_t* Address(std::atomic<std::uint32_t>& word)
+// The part of the owner that the kernel compares: its low 32 bits.
+std::uint32_t* KernelWord(std::atomic<std::uintptr_t>& owner)
 {
-    return reinterpret_cast<std::uint32_t*>(&word);
+    auto* words = reinterpret_cast<std::uint32_t*>(&owner);
+    return words + (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? sizeof(owner) / 4 - 1 : 0);
+}
+
+bool BarrierOnAllThreads()
+{
+    if (syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0)
+        return true;
+    return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0 &&
+           syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0;
 }
 
 } // namespace
 
-void Lock::Enter() noexcept
+bool Lock::Enter() noexcept
 {
     const std::uintptr_t self = Self();
-    // Only this thread ever writes its own identity there, so what it reads is right even without order.
-    if (owner.load(std::memory_order_relaxed) == self)
+    std::uintptr_t holder = owner.load(std::memory_order_relaxed);
+    // Only this thread ever stores its own identity, so what it reads of it is right without any order.
+    if (holder == self)
     {
         ++depth;
-        return;
+        return true;
     }
-    std::uint32_t expected = 0;
-    if (!word.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed))
-        EnterContended();
-    owner.store(self, std::memory_order_relaxed);
+    holder = 0;
+    if (!owner.compare_exchange_strong(holder, self, std::memory_order_acquire, std::memory_order_relaxed)) [[unlikely]]
+        return EnterContended(self);
     depth = 1;
+    return true;
 }
 
 bool Lock::TryEnter() noexcept
 {
     const std::uintptr_t self = Self();
-    if (owner.load(std::memory_order_relaxed) == self)
+    std::uintptr_t holder = owner.load(std::memory_order_relaxed);
+    if (holder == self)
     {
         ++depth;
         return true;
     }
-    std::uint32_t expected = 0;
-    if (!word.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed))
+    if (holder != 0 ||
+        !owner.compare_exchange_strong(holder, self, std::memory_order_acquire, std::memory_order_relaxed))
         return false;
-    owner.store(self, std::memory_order_relaxed);
     depth = 1;
     return true;
 }
 
-void Lock::Leave() noexcept
+bool Lock::Leave() noexcept
 {
     if (--depth != 0)
-        return;
-    owner.store(0, std::memory_order_relaxed);
-    if (word.exchange(0, std::memory_order_release) == 2)
-        WakeOne();
-}
-
-void Lock::EnterContended() noexcept
-{
-    for (int turn = 0; turn < SpinTurns; ++turn)
+        return true;
+    if (hasBarrier.load(std::memory_order_relaxed)) [[likely]]
     {
-        std::uint32_t expected = 0;
-        if (word.load(std::memory_order_relaxed) == 0 &&
-            word.compare_exchange_weak(expected, 1, std::memory_order_acquire, std::memory_order_relaxed))
-            return;
-        Pause();
+        owner.store(0, std::memory_order_release);
+        std::atomic_signal_fence(std::memory_order_seq_cst); // for the compiler; the sleeper's barrier does the rest
     }
-    // Who has slept once takes the lock as "somebody may sleep": others may have come to sleep behind it.
-    while (word.exchange(2, std::memory_order_acquire) != 0)
-        syscall(SYS_futex, Address(word), FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr, 0);
+    else
+        owner.exchange(0, std::memory_order_seq_cst);
+    if (sleepers.load(std::memory_order_relaxed) != 0) [[unlikely]]
+        return WakeOne();
+    return true;
 }
 
-void Lock::WakeOne() noexcept
+bool Lock::EnterContended(std::uintptr_t self) noexcept
 {
-    syscall(SYS_futex, Address(word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    const auto take = [&]
+    {
+        std::uintptr_t holder = 0;
+        return owner.load(std::memory_order_relaxed) == 0 &&
+               owner.compare_exchange_strong(holder, self, std::memory_order_acquire, std::memory_order_relaxed);
+    };
+    for (unsigned turn = 0; turn < SpinTurns; ++turn)
+    {
+        for (unsigned pause = 0; pause < 1u << (turn < 6 ? turn : 6); ++pause)
+            Pause();
+        if (take())
+        {
+            depth = 1;
+            return true;
+        }
+    }
+    const int saved = errno;
+    sleepers.fetch_add(1, std::memory_order_seq_cst);
+    const bool isSafe = BarrierOnAllThreads();
+    if (!isSafe)
+        hasBarrier.store(false, std::memory_order_relaxed);
+    const timespec again = {0, 1'000'000};
+    while (!take())
+    {
+        const std::uintptr_t holder = owner.load(std::memory_order_relaxed);
+        if (holder == 0)
+            continue;
+        syscall(SYS_futex, KernelWord(owner), FUTEX_WAIT_PRIVATE, static_cast<std::uint32_t>(holder),
+                isSafe ? nullptr : &again, nullptr, 0);
+        // Back, for whatever reason: who leaves from now on wakes somebody again. A leaver who did not because of this
+        // mark had stored before, and `take` sees it.
+        waking.exchange(0, std::memory_order_acq_rel);
+    }
+    sleepers.fetch_sub(1, std::memory_order_relaxed);
+    depth = 1;
+    errno = saved;
+    return true;
+}
+
+bool Lock::WakeOne() noexcept
+{
+    const int saved = errno;
+    while (waking.exchange(1, std::memory_order_acq_rel) == 0)
+    {
+        if (syscall(SYS_futex, KernelWord(owner), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0) > 0)
+            break;
+        // Nobody slept yet. Somebody may have entered and left meanwhile, have seen the mark and woken nobody.
+        waking.exchange(0, std::memory_order_acq_rel);
+        if (owner.load(std::memory_order_relaxed) != 0 || sleepers.load(std::memory_order_relaxed) == 0)
+            break;
+    }
+    errno = saved;
+    return true;
 }
 
 } // namespace Zem::Platform

@@ -5,9 +5,10 @@ namespace Zem::Platform
 
 // A platform of one thread: who comes is the holder.
 
-void Lock::Enter() noexcept
+bool Lock::Enter() noexcept
 {
     ++depth;
+    return true;
 }
 
 bool Lock::TryEnter() noexcept
@@ -16,9 +17,10 @@ bool Lock::TryEnter() noexcept
     return true;
 }
 
-void Lock::Leave() noexcept
+bool Lock::Leave() noexcept
 {
     --depth;
+    return true;
 }
 
 } // namespace Zem::Platform

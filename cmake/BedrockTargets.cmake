@@ -10,6 +10,7 @@ target_compile_features(BedrockBuild INTERFACE cxx_std_20)
 target_compile_options(BedrockBuild INTERFACE
     -fno-omit-frame-pointer            # call stacks of a crash report stay complete
     -fstack-clash-protection           # a large frame cannot jump over the guard page
+    -fno-semantic-interposition        # our own calls of exported functions are inlined like any others
     $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>) # otherwise dlclose could never unload the library
 if(BEDROCK_SANITIZE)
     target_compile_options(BedrockBuild INTERFACE -fsanitize=${BEDROCK_SANITIZE} -fno-sanitize-recover=all -g)

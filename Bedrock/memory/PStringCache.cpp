@@ -1,9 +1,10 @@
 #include <Bedrock/memory/PStringCache.h>
-#include <Bedrock/platform/Lock.h>
+#include <Bedrock/platform/Pause.h>
 #include <Bedrock/platform/Text.h>
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace Zem
 {
@@ -13,22 +14,45 @@ static_assert(sizeof(PStringCache::Node) == 2 * sizeof(void*) + 16);
 namespace
 {
 
-constinit Platform::Lock cacheLock;
+// 1 while a thread holds it. Nearly always that is for the few instructions of a look-up, so it is given back by a plain
+// store, which cannot wake anybody: who waits spins, then yields, then sleeps shortly.
+constinit std::atomic<std::uint32_t> cacheLock{0};
 
-// Entries of the calling thread, so that a frame that catches a fault knows what was left behind.
+// How often the calling thread has entered: the lock is recursive, and a frame that catches a fault sees what was left.
 constinit thread_local volatile unsigned lockDepth __attribute__((tls_model("initial-exec"))) = 0;
 
-constexpr unsigned indexFrom = 4;         // a chain of more nodes gets an index
+[[gnu::noinline]] void WaitForLock() noexcept
+{
+    for (unsigned turn = 0;; ++turn)
+    {
+        Platform::PauseTurn(turn);
+        if (cacheLock.load(std::memory_order_relaxed) == 0 && cacheLock.exchange(1, std::memory_order_acquire) == 0)
+            return;
+    }
+}
+
+constexpr unsigned indexFrom = 1;         // a chain of more nodes gets an index
 constexpr unsigned longest = 0xFFFFFF00u; // the longest text whose block size fits 32 bits
 constexpr std::size_t localBytes = 8192;  // local work buffers
 constexpr unsigned globalBuckets = 4093;
 
-using TagVector = std::uint16_t __attribute__((vector_size(16)));
-constexpr unsigned tagsPerVector = 8;
+constexpr std::uint32_t smallestIndex = 4; // entries
+constexpr unsigned tagShift = 48;          // addresses of a process have fewer bits
+constexpr std::uint64_t addressMask = (std::uint64_t{1} << tagShift) - 1;
 
 const char* Chars(const unsigned char* text)
 {
     return reinterpret_cast<const char*>(text);
+}
+
+// Puts an entry of an index into its place.
+void Enter(std::uint64_t* entries, std::uint32_t capacity, std::uint64_t entry)
+{
+    const std::uint64_t mask = capacity - 1;
+    std::uint64_t at = (entry >> tagShift) & mask;
+    while (entries[at] != 0)
+        at = (at + 1) & mask;
+    entries[at] = entry;
 }
 
 std::uint64_t Word(const unsigned char* at, std::size_t bytes)
@@ -42,11 +66,14 @@ std::uint64_t Word(const unsigned char* at, std::size_t bytes)
 
 PStringCache::PStringCache(unsigned buckets) noexcept
 {
-    if (void* block = ::Zem::Alloc::New(std::size_t{buckets} * sizeof(Bucket)))
+    static_assert(sizeof(Bucket) <= 32);
+    constexpr std::size_t line = 64; // no bucket lies across two cache lines
+    if (void* block = NewAligned(std::size_t{buckets} * sizeof(Bucket), line))
     {
         table = static_cast<Bucket*>(block);
         tableSize = buckets;
-        std::memset(block, 0, std::size_t{buckets} * sizeof(Bucket));
+        for (unsigned i = 0; i < buckets; ++i)
+            new (static_cast<void*>(table + i)) Bucket{nullptr, nullptr, 0, 0, nullptr};
     }
 }
 
@@ -60,21 +87,25 @@ PStringCache::~PStringCache()
             ::Zem::Alloc::Delete(node);
             node = next;
         }
-        ::Zem::Alloc::Delete(table[i].nodes);
+        ::Zem::Alloc::Delete(table[i].Entries());
     }
-    ::Zem::Alloc::Delete(table);
+    DeleteAligned(table);
 }
 
 void PStringCache::Lock() noexcept
 {
-    cacheLock.Enter();
-    lockDepth = lockDepth + 1;
+    const unsigned depth = lockDepth;
+    if (depth == 0 && cacheLock.exchange(1, std::memory_order_acquire) != 0)
+        WaitForLock();
+    lockDepth = depth + 1;
 }
 
 void PStringCache::Unlock() noexcept
 {
-    lockDepth = lockDepth - 1;
-    cacheLock.Leave();
+    const unsigned depth = lockDepth - 1;
+    lockDepth = depth;
+    if (depth == 0)
+        cacheLock.store(0, std::memory_order_release);
 }
 
 // ---- nodes
@@ -103,22 +134,22 @@ PStringCache::Node* PStringCache::NewNode(unsigned length) noexcept
 // the last 11 are enough, and each one's shift is known beforehand: no step waits for the one before.
 unsigned PStringCache::GetHash(const unsigned char* text, unsigned length) noexcept
 {
-    constexpr unsigned counted = 11;
+    constexpr int counted = 11;
     const unsigned char* end = text + length;
     std::uint32_t hash = 0;
-    if (length >= counted)
-    {
-        for (unsigned i = 0; i < counted; ++i)
-            hash ^= std::uint32_t{end[-1 - static_cast<int>(i)]} << (3 * i);
-        return hash;
-    }
+    if (length >= unsigned{counted})
+        return [end]<int... Back>(std::integer_sequence<int, Back...>)
+        {
+            return ((std::uint32_t{end[-1 - Back]} << (3 * Back)) ^ ...);
+        }
+    (std::make_integer_sequence<int, counted>());
     for (; text != end; ++text)
         hash = (hash << 3) ^ *text;
     return hash;
 }
 
-// 16 well-mixed bits of the whole text: `GetHash` knows only its end.
-std::uint16_t PStringCache::TagOf(const unsigned char* text, unsigned length) noexcept
+// 16 well-mixed bits of the whole text, which `GetHash` does not know, in the place that they have in an entry.
+std::uint64_t PStringCache::TagOf(const unsigned char* text, unsigned length) noexcept
 {
     constexpr std::uint64_t factor = 0x9E3779B97F4A7C15u;
     std::uint64_t hash = length * factor;
@@ -137,21 +168,22 @@ std::uint16_t PStringCache::TagOf(const unsigned char* text, unsigned length) no
         mix(Word(text, 4) | Word(text + length - 4, 4) << 32);
     else if (length > 0)
         mix(text[0] | std::uint64_t{text[length / 2]} << 8 | std::uint64_t{text[length - 1]} << 16);
-    return static_cast<std::uint16_t>((hash * factor) >> 48);
+    return (hash * factor) & ~addressMask;
 }
 
-bool PStringCache::Holds(const Node* node, const unsigned char* text, unsigned length) noexcept
+bool PStringCache::Holds(const Node* node, const Key& key) noexcept
 {
-    return node->length == length && std::memcmp(node->Text(), text, length) == 0;
+    return node->length == key.length && std::memcmp(node->Text(), key.text, key.length) == 0;
 }
 
 // ---- chains
 
-PStringCache::Bucket& PStringCache::BucketOf(const unsigned char* text, unsigned length) noexcept
+PStringCache::Key PStringCache::KeyOf(const unsigned char* text, unsigned length) const noexcept
 {
     const unsigned hash = GetHash(text, length);
     // The size that nearly every table has is a constant here: no division.
-    return table[tableSize == globalBuckets ? hash % globalBuckets : hash % tableSize];
+    Bucket& bucket = table[tableSize == globalBuckets ? hash % globalBuckets : hash % tableSize];
+    return {text, length, TagOf(text, length), bucket};
 }
 
 void PStringCache::Bucket::PushHead(Node* node) noexcept
@@ -168,109 +200,111 @@ void PStringCache::Bucket::Unlink(Node* node) noexcept
     (node->next ? node->next->prev : tail) = node->prev;
 }
 
-PStringCache::Node* PStringCache::Lookup(Bucket& bucket, const unsigned char* text, unsigned length) noexcept
+// Moves what it finds to the head of its chain, if the chain is what the next look-up walks.
+PStringCache::Node* PStringCache::Lookup(const Key& key) noexcept
 {
-    Node* node = bucket.head;
-    if (!node)
-        return nullptr;
-    if (!Holds(node, text, length))
-    {
-        Count(searchSteps, 1);
-        node = LookupBehindHead(bucket, text, length);
-        if (!node)
-            return nullptr;
-        bucket.Unlink(node);
-        bucket.PushHead(node);
-    }
-    Count(hits, 1);
+    Node* node = key.bucket.Capacity() != 0 ? LookupIndex(key) : LookupChain(key);
+    if (node)
+        Count(hits, 1);
     return node;
 }
 
-PStringCache::Node* PStringCache::LookupBehindHead(Bucket& bucket, const unsigned char* text, unsigned length) noexcept
+PStringCache::Node* PStringCache::LookupChain(const Key& key) noexcept
 {
-    if (bucket.capacity == 0)
+    for (Node* node = key.bucket.head; node; node = node->next)
     {
-        for (Node* node = bucket.head->next; node; node = node->next)
+        if (!Holds(node, key))
         {
-            if (Holds(node, text, length))
-                return node;
             Count(searchSteps, 1);
-        }
-        return nullptr;
-    }
-    const std::uint16_t tag = TagOf(text, length);
-    const std::uint16_t* tags = bucket.Tags();
-    for (unsigned first = 0; first < bucket.count; first += tagsPerVector)
-    {
-        TagVector group;
-        std::memcpy(&group, tags + first, sizeof group);
-        const auto equal = group == tag;
-        std::uint64_t lanes[2];
-        std::memcpy(lanes, &equal, sizeof lanes);
-        if ((lanes[0] | lanes[1]) == 0)
             continue;
-        for (unsigned i = first; i < first + tagsPerVector && i < bucket.count; ++i)
-        {
-            if (tags[i] != tag)
-                continue;
-            Node* node = bucket.nodes[i];
-            if (Holds(node, text, length))
-                return node;
-            Count(searchSteps, 1);
         }
+        if (node != key.bucket.head)
+        {
+            key.bucket.Unlink(node);
+            key.bucket.PushHead(node);
+        }
+        return node;
     }
     return nullptr;
 }
 
-// Doubles the index of a bucket, or builds its first one.
+PStringCache::Node* PStringCache::LookupIndex(const Key& key) noexcept
+{
+    const std::uint64_t* entries = key.bucket.Entries();
+    const std::uint64_t mask = key.bucket.Capacity() - 1;
+    for (std::uint64_t at = (key.tag >> tagShift) & mask; entries[at] != 0; at = (at + 1) & mask)
+    {
+        if (((entries[at] ^ key.tag) & ~addressMask) != 0)
+            continue;
+        Node* node = reinterpret_cast<Node*>(static_cast<std::uintptr_t>(entries[at] & addressMask));
+        if (Holds(node, key))
+            return node;
+        Count(searchSteps, 1);
+    }
+    return nullptr;
+}
+
+// Closes the gap: what lies behind it up to the next free place moves back if its own place is not behind the gap.
+void PStringCache::Bucket::Leave(std::uint64_t entry) noexcept
+{
+    std::uint64_t* all = Entries();
+    const std::uint64_t mask = Capacity() - 1;
+    std::uint64_t gap = (entry >> tagShift) & mask;
+    while (all[gap] != entry)
+        gap = (gap + 1) & mask;
+    for (std::uint64_t at = (gap + 1) & mask; all[at] != 0; at = (at + 1) & mask)
+    {
+        const std::uint64_t home = (all[at] >> tagShift) & mask;
+        if (((at - home) & mask) < ((at - gap) & mask))
+            continue;
+        all[gap] = all[at];
+        gap = at;
+    }
+    all[gap] = 0;
+}
+
+void PStringCache::Bucket::SetIndex(std::uint64_t* block, std::uint32_t size) noexcept
+{
+    ::Zem::Alloc::Delete(Entries());
+    entries.store(block, std::memory_order_relaxed);
+    capacity.store(size, std::memory_order_relaxed);
+}
+
+// Doubles the index of a bucket, or builds its first one. The tags in the entries are all it takes.
 bool PStringCache::GrowIndex(Bucket& bucket) noexcept
 {
-    const std::uint32_t capacity = bucket.capacity ? 2 * bucket.capacity : 2 * tagsPerVector;
-    Bucket grown = bucket;
-    grown.capacity = capacity;
-    grown.nodes =
-        static_cast<Node**>(::Zem::Alloc::New(std::size_t{capacity} * (sizeof(Node*) + sizeof(std::uint16_t))));
-    if (!grown.nodes)
+    const std::uint32_t old = bucket.Capacity();
+    std::uint32_t capacity = old ? 2 * old : smallestIndex;
+    while (bucket.count >= capacity / 4 * 3)
+        capacity *= 2;
+    const std::size_t bytes = capacity * sizeof(std::uint64_t);
+    auto* entries = static_cast<std::uint64_t*>(::Zem::Alloc::New(bytes));
+    if (!entries)
         return false;
-    std::memset(grown.Tags(), 0, std::size_t{capacity} * sizeof(std::uint16_t));
-    if (bucket.capacity)
-    {
-        std::memcpy(grown.nodes, bucket.nodes, bucket.count * sizeof(Node*));
-        std::memcpy(grown.Tags(), bucket.Tags(), bucket.count * sizeof(std::uint16_t));
-    }
-    else
-    {
-        std::uint32_t i = 0;
-        for (Node* node = bucket.head; node; node = node->next, ++i)
-        {
-            grown.nodes[i] = node;
-            grown.Tags()[i] = TagOf(node->Text(), node->length);
-        }
-    }
-    ::Zem::Alloc::Delete(bucket.nodes);
-    bucket = grown;
+    std::memset(entries, 0, bytes);
+    for (std::uint32_t i = 0; i < old; ++i)
+        if (bucket.Entries()[i] != 0)
+            Enter(entries, capacity, bucket.Entries()[i]);
+    if (old == 0)
+        for (Node* node = bucket.head; node; node = node->next)
+            Enter(entries, capacity, TagOf(node->Text(), node->length) | reinterpret_cast<std::uintptr_t>(node));
+    bucket.SetIndex(entries, capacity);
     return true;
 }
 
 // Takes a node into its chain. With no memory for the index the bucket goes on without one, and its chain is walked.
-void PStringCache::Add(Bucket& bucket, Node* node) noexcept
+void PStringCache::Add(const Key& key, Node* node) noexcept
 {
-    if (bucket.count >= indexFrom && (bucket.capacity == 0 || bucket.count == bucket.capacity) && !GrowIndex(bucket))
-    {
-        ::Zem::Alloc::Delete(bucket.nodes);
-        bucket.nodes = nullptr;
-        bucket.capacity = 0;
-    }
-    if (bucket.capacity)
-    {
-        bucket.nodes[bucket.count] = node;
-        bucket.Tags()[bucket.count] = TagOf(node->Text(), node->length);
-    }
+    Bucket& bucket = key.bucket;
+    if (bucket.count >= indexFrom && bucket.count >= bucket.Capacity() / 4 * 3 && !GrowIndex(bucket))
+        bucket.SetIndex(nullptr, 0);
+    if (bucket.Capacity() != 0)
+        Enter(bucket.Entries(), bucket.Capacity(), key.tag | reinterpret_cast<std::uintptr_t>(node));
     bucket.PushHead(node);
     ++bucket.count;
 }
 
-void PStringCache::Remove(Bucket& bucket, Node* node) noexcept
+void PStringCache::Remove(Node* node) noexcept
 {
     if (node == walkNode) // the walk stands in front of the node's follower again
     {
@@ -278,23 +312,17 @@ void PStringCache::Remove(Bucket& bucket, Node* node) noexcept
         if (!walkNode)
             --walkBucket;
     }
-    bucket.Unlink(node);
+    const Key key = KeyOf(node);
+    key.bucket.Unlink(node);
     node->next = nullptr;
     node->prev = nullptr;
-    --bucket.count;
-    if (bucket.capacity == 0)
+    --key.bucket.count;
+    if (key.bucket.Capacity() == 0)
         return;
-    std::uint32_t i = 0;
-    while (bucket.nodes[i] != node)
-        ++i;
-    bucket.nodes[i] = bucket.nodes[bucket.count];
-    bucket.Tags()[i] = bucket.Tags()[bucket.count];
-    if (bucket.count == 0)
-    {
-        ::Zem::Alloc::Delete(bucket.nodes);
-        bucket.nodes = nullptr;
-        bucket.capacity = 0;
-    }
+    if (key.bucket.count == 0)
+        key.bucket.SetIndex(nullptr, 0);
+    else
+        key.bucket.Leave(key.tag | reinterpret_cast<std::uintptr_t>(node));
 }
 
 // ---- interning
@@ -318,9 +346,12 @@ PStringCache::Node* PStringCache::Create(const unsigned char* text, unsigned len
 {
     if (!text || tableSize == 0)
         return nullptr;
-    Bucket& bucket = BucketOf(text, length);
+    const Key key = KeyOf(text, length);
+    const std::uint64_t place = (key.tag >> tagShift) & (key.bucket.Capacity() - 1);
+    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(key.bucket.Entries()) +
+                                                     static_cast<std::uintptr_t>(place * sizeof(std::uint64_t))));
     Lock();
-    Node* node = Lookup(bucket, text, length);
+    Node* node = Lookup(key);
     if (node)
         TakeReference(node);
     else if ((node = NewNode(length)) != nullptr)
@@ -330,7 +361,7 @@ PStringCache::Node* PStringCache::Create(const unsigned char* text, unsigned len
         node->length = length;
         Count(misses, 1);
         Count(liveNodes, 1);
-        Add(bucket, node);
+        Add(key, node);
     }
     if (node)
         Count(references, 1);
@@ -356,7 +387,7 @@ PStringCache::Node* PStringCache::GetUnique(Node* node, unsigned length) noexcep
     if (node && length <= longest && node->refCount.load(std::memory_order_acquire) <= 1 &&
         node->size >= RoomFor(length))
     {
-        Remove(BucketOf(node->Text(), node->length), node);
+        Remove(node);
         Count(liveNodes, 0u - 1);
         Count(references, 0u - 1);
         return node;
@@ -379,8 +410,8 @@ PStringCache::Node* PStringCache::GetUnique(Node* node, unsigned length) noexcep
 PStringCache::Node* PStringCache::Insert(Node* node) noexcept
 {
     Count(references, 1);
-    Bucket& bucket = BucketOf(node->Text(), node->length);
-    if (Node* found = Lookup(bucket, node->Text(), node->length))
+    const Key key = KeyOf(node);
+    if (Node* found = Lookup(key))
     {
         TakeReference(found);
         ::Zem::Alloc::Delete(node);
@@ -388,7 +419,7 @@ PStringCache::Node* PStringCache::Insert(Node* node) noexcept
     }
     Count(misses, 1);
     Count(liveNodes, 1);
-    Add(bucket, node);
+    Add(key, node);
     return node;
 }
 
@@ -610,7 +641,7 @@ void PStringCache::CollectGarbage() noexcept
             Node* prev = node->prev;
             if (node->refCount.load(std::memory_order_acquire) == 0)
             {
-                Remove(bucket, node);
+                Remove(node);
                 ::Zem::Alloc::Delete(node);
             }
             node = prev;
@@ -645,8 +676,9 @@ void PStringCache::RecoverAfterFault() noexcept
             bucket.tail = node;
             ++bucket.count;
         }
-        bucket.capacity = 0; // an index is rebuilt by the next node that comes; the old one's block is not trusted
-        bucket.nodes = nullptr;
+        // The index is built anew by the next node that comes; the block of the old one is not trusted, and left alone.
+        bucket.entries.store(nullptr, std::memory_order_relaxed);
+        bucket.capacity.store(0, std::memory_order_relaxed);
     }
     Rewind();
     while (lockDepth > 0)

@@ -15,8 +15,8 @@ namespace Zem
 ///
 /// A node whose count has fallen to 0 stays and is found again by the next one who makes that text, until
 /// `CollectGarbage` sweeps its bucket. The table has a fixed number of buckets; chains get longer. A bucket of more
-/// than a few nodes has an index beside its chain: 16 bits of a hash of the whole text for each node, so that a look-up
-/// compares only texts that are very likely the right one.
+/// than a few nodes has an index beside its chain, by a hash of the whole text, so that a look-up costs the same however
+/// long the chain is.
 ///
 /// Operations that take and give a node take over the caller's reference on the one and hand out a reference on the
 /// other; store the result in place of the argument. When the heap is exhausted they give the node back unchanged, and
@@ -114,17 +114,33 @@ public:
 private:
     friend struct PStringCacheForTest;
 
+    // The index of a long chain is a hash table of its own: `capacity` entries, a power of two, of which at most three
+    // quarters are used. An entry is 0 or a node with the tag of its text in the upper 16 bits; it lies at `tag` modulo
+    // `capacity` or, if that is taken, at the next free place.
     struct Bucket
     {
         Node* head;
         Node* tail;
         std::uint32_t count;
-        std::uint32_t capacity; // entries of the index; 0 without one
-        Node** nodes; // the index: `capacity` nodes, then as many tags; the first `count` are in use, in no order
+        // Written under the lock, and looked at before it to fetch the memory ahead of time.
+        std::atomic<std::uint32_t> capacity; // 0 without an index
+        std::atomic<std::uint64_t*> entries;
 
-        std::uint16_t* Tags() const noexcept { return reinterpret_cast<std::uint16_t*>(nodes + capacity); }
+        std::uint32_t Capacity() const noexcept { return capacity.load(std::memory_order_relaxed); }
+        std::uint64_t* Entries() const noexcept { return entries.load(std::memory_order_relaxed); }
         void Unlink(Node* node) noexcept;
         void PushHead(Node* node) noexcept;
+        void Leave(std::uint64_t entry) noexcept;
+        void SetIndex(std::uint64_t* block, std::uint32_t size) noexcept;
+    };
+
+    // A text with what its look-up needs.
+    struct Key
+    {
+        const unsigned char* text;
+        std::uint32_t length;
+        std::uint64_t tag;
+        Bucket& bucket;
     };
 
     // The counters may lose counts when threads meet: nothing depends on them.
@@ -135,15 +151,17 @@ private:
 
     static unsigned RoomFor(unsigned length) noexcept;
     static Node* NewNode(unsigned length) noexcept;
-    static std::uint16_t TagOf(const unsigned char* text, unsigned length) noexcept;
-    Bucket& BucketOf(const unsigned char* text, unsigned length) noexcept;
-    Node* Lookup(Bucket& bucket, const unsigned char* text, unsigned length) noexcept;
-    Node* LookupBehindHead(Bucket& bucket, const unsigned char* text, unsigned length) noexcept;
-    void Add(Bucket& bucket, Node* node) noexcept;
-    void Remove(Bucket& bucket, Node* node) noexcept;
-    bool GrowIndex(Bucket& bucket) noexcept;
+    static std::uint64_t TagOf(const unsigned char* text, unsigned length) noexcept;
+    Key KeyOf(const unsigned char* text, unsigned length) const noexcept;
+    Key KeyOf(const Node* node) const noexcept { return KeyOf(node->Text(), node->length); }
+    static bool Holds(const Node* node, const Key& key) noexcept;
+    Node* Lookup(const Key& key) noexcept;
+    Node* LookupChain(const Key& key) noexcept;
+    Node* LookupIndex(const Key& key) noexcept;
+    static bool GrowIndex(Bucket& bucket) noexcept;
+    static void Add(const Key& key, Node* node) noexcept;
+    void Remove(Node* node) noexcept;
     void TakeReference(Node* node) noexcept;
-    static bool Holds(const Node* node, const unsigned char* text, unsigned length) noexcept;
     template <class Change>
     Node* Edit(Node* node, std::uint64_t length, Change change) noexcept;
 

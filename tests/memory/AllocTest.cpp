@@ -274,6 +274,7 @@ struct alignas(64) Aligned : Plain
 
 TEST(Alloc, ServesTheOperatorsOfAClass)
 {
+    Plain::made = 0;
     const Watched watched(4);
     delete new Plain;
     auto* aligned = new Aligned[3];

@@ -124,7 +124,20 @@ void Bitmap::Line(Point a, Point b, PackedColor color, int style, const Rect& cl
         }
         run(last);
     };
-    if (dx > dy)
+    // Words that are just stored need no call for a run: most runs are a few pixels.
+    const bool stores = !(style & 4) && (format == ARGB32 || format == XRGB32);
+    if (stores)
+    {
+        const std::ptrdiff_t along = dx > dy ? 4 * xdir : pitch, across = dx > dy ? pitch : 4 * xdir;
+        slices(
+            [&](std::int32_t length)
+            {
+                for (; length > 0; --length, at += along)
+                    std::memcpy(at, &color, 4);
+                at += across;
+            });
+    }
+    else if (dx > dy)
         slices(
             [&](std::int32_t length)
             {

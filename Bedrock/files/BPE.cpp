@@ -19,7 +19,6 @@ namespace
 constexpr std::uint32_t blockLimit = 2048; // bytes loaded into a block
 constexpr unsigned valueLimit = 210;       // distinct byte values after which a block is full
 constexpr unsigned slotCount = 4096;       // slots of the pair table
-constexpr unsigned cellCount = 8192;       // cells of the map that finds a pair's slot
 constexpr unsigned leastCount = 3;         // occurrences that make a pair worth a code
 constexpr unsigned groupSize = 64;         // slots of a group, of which the highest count is known
 constexpr unsigned groupCount = slotCount / groupSize;
@@ -110,7 +109,7 @@ inline unsigned CopyUpToPair(std::uint8_t* dst, const std::uint8_t* src, unsigne
 //
 // A pair has a slot: the first free one from a place that its bytes give. The slot decides which of equally frequent
 // pairs is replaced first, so it is part of the format. Three things save the long walks over slots:
-// - A map finds the slot of a pair that has one, and a bit set the first free slot for one that has none.
+// - Each of the 65,536 pairs knows its slot, and a bit set finds the first free slot for one that has none.
 // - Each group of 64 slots knows its highest count: an increase raises it at once, and a decrease of the highest marks
 //   the group, which is then looked through before the next choice.
 // - Replacing copies from one buffer to the other, 64 bytes at a time.
@@ -122,7 +121,11 @@ inline unsigned CopyUpToPair(std::uint8_t* dst, const std::uint8_t* src, unsigne
 class Block
 {
 public:
-    void Start() { std::memset(this, 0, sizeof *this); }
+    void Start()
+    {
+        std::memset(this, 0, sizeof *this);
+        std::memset(free, 0xFF, sizeof free);
+    }
 
     // Takes bytes from `src` until the block is full or `end` is reached; gives where it stopped.
     const std::uint8_t* Load(const std::uint8_t* src, const std::uint8_t* end);
@@ -139,15 +142,6 @@ public:
 
 private:
     static unsigned Key(std::uint8_t a, std::uint8_t b) { return a | unsigned{b} << 8; }
-
-    // The cell of the map that holds the pair's slot, or the free one where it belongs.
-    unsigned Cell(unsigned key) const
-    {
-        unsigned cell = (key * 40503u & 0xFFFF) / (65536 / cellCount);
-        while ((cells[cell] != 0) & (keys[cells[cell]] != key)) // one branch, nearly always foreseen
-            cell = (cell + 1) % cellCount;
-        return cell;
-    }
 
     // A slot for a pair that has none: the first free one from its place on.
     unsigned Take(std::uint8_t a, std::uint8_t b)
@@ -168,16 +162,15 @@ private:
     unsigned Count(std::uint8_t a, std::uint8_t b)
     {
         const unsigned key = Key(a, b);
-        const unsigned cell = Cell(key);
-        if (cells[cell] == 0)
+        if (slots[key] == 0)
         {
             const unsigned slot = Take(a, b);
-            cells[cell] = static_cast<std::uint16_t>(slot + 1);
-            keys[slot + 1] = static_cast<std::uint16_t>(key);
+            slots[key] = static_cast<std::uint16_t>(slot + 1);
+            keys[slot] = static_cast<std::uint16_t>(key);
             counts[slot] = 1;
             return slot;
         }
-        const unsigned slot = cells[cell] - 1u;
+        const unsigned slot = slots[key] - 1u;
         counts[slot] = static_cast<std::uint8_t>(counts[slot] + (counts[slot] != 255));
         return slot;
     }
@@ -191,10 +184,10 @@ private:
 
     void Decrease(std::uint8_t a, std::uint8_t b)
     {
-        const unsigned cell = Cell(Key(a, b));
-        if (cells[cell] == 0)
+        const unsigned key = Key(a, b);
+        if (slots[key] == 0)
             return;
-        const unsigned slot = cells[cell] - 1u;
+        const unsigned slot = slots[key] - 1u;
         const std::uint8_t count = counts[slot];
         counts[slot] = static_cast<std::uint8_t>(count - (count > 1));
         marked |= std::uint64_t{count == highest[slot / groupSize]} << (slot / groupSize);
@@ -208,8 +201,8 @@ private:
     alignas(64) std::uint8_t counts[slotCount]; // occurrences, saturating at 255; 0 marks a free slot
     std::uint8_t highest[groupCount];           // highest count of each group; of a marked one, at least that
     std::uint64_t free[slotCount / 64];         // bit s: slot s has no pair yet
-    std::uint16_t keys[slotCount + 1];          // pair of each slot s, at s + 1: left + 256 * right
-    std::uint16_t cells[cellCount];             // map from pairs to slots + 1; 0 marks a free cell
+    std::uint16_t keys[slotCount];              // pair of each slot that has one: left + 256 * right
+    std::uint16_t slots[256 * 256];             // 1 + slot of each pair that has one, else 0
     std::uint64_t marked;                       // bit g: a highest count of group g may have fallen
     std::uint8_t buffers[2][blockLimit + 2 * stretch];
     unsigned current;                      // which of the two holds the block
@@ -223,9 +216,11 @@ private:
 
 const std::uint8_t* Block::Load(const std::uint8_t* src, const std::uint8_t* end)
 {
-    std::memset(counts, 0, sizeof counts);
+    for (unsigned word = 0; word < slotCount / 64; ++word) // the pairs of the last block lose their slots
+        for (std::uint64_t taken = ~free[word]; taken != 0; taken &= taken - 1)
+            slots[keys[word * 64 + static_cast<unsigned>(std::countr_zero(taken))]] = 0;
     std::memset(free, 0xFF, sizeof free);
-    std::memset(cells, 0, sizeof cells);
+    std::memset(counts, 0, sizeof counts);
     std::memset(present, 0, sizeof present);
     for (unsigned i = 0; i < 256; ++i)
         leftCode[i] = static_cast<std::uint8_t>(i);
@@ -265,8 +260,8 @@ void Block::Compress()
         const unsigned slot = BestSlot();
         if (counts[slot] < leastCount)
             return;
-        const std::uint8_t l = static_cast<std::uint8_t>(keys[slot + 1]);
-        const std::uint8_t h = static_cast<std::uint8_t>(keys[slot + 1] >> 8);
+        const std::uint8_t l = static_cast<std::uint8_t>(keys[slot]);
+        const std::uint8_t h = static_cast<std::uint8_t>(keys[slot] >> 8);
         Replace(l, h, static_cast<std::uint8_t>(code));
         leftCode[code] = l;
         rightCode[code] = h;
@@ -374,28 +369,39 @@ void Block::Write(std::uint8_t* dst) const
 // ---------------------------------------------------------------------------------------------- expansion
 
 // Expands block after block. A code of up to 16 bytes has its whole text in a table, made once a block from the texts
-// of its halves, and is written by one copy of a lane. A longer one is expanded where it first comes up, and copied
-// from there afterwards. So no text is ever longer than what is written anyhow.
+// of its halves, and is written by one copy of a lane, of which the next code overwrites what is too much. A longer one
+// is expanded where it first comes up, and copied from there afterwards. So no text is ever longer than what is written
+// anyhow.
 class Expander
 {
 public:
     Expander();
 
+    // What may be written behind a block's own bytes.
+    enum class Slack
+    {
+        None,    // nothing: the block is measured first
+        Capacity // whatever lies inside the capacity
+    };
+
     // Expands the block at `src` and moves `src` behind it, `dst` behind what was written; `room` falls by as much.
-    // False, with nothing written, if the block is not sound or needs more than `room` bytes.
-    bool Expand(const std::uint8_t*& src, const std::uint8_t* srcEnd, std::uint8_t*& dst, std::uint32_t& room);
+    // False if the block is not sound or needs more than `room` bytes; what `dst` and `room` say is then as before.
+    bool Expand(const std::uint8_t*& src, const std::uint8_t* srcEnd, std::uint8_t*& dst, std::uint32_t& room,
+                Slack slack);
 
 private:
     bool ReadTable(const std::uint8_t*& src, const std::uint8_t* srcEnd);
     bool MakeTexts();
     bool MakeText(unsigned code);
-    std::uint8_t* WriteLong(std::uint8_t* dst, unsigned code);
+    std::uint8_t* WriteLong(std::uint8_t* dst, const std::uint8_t* dstEnd, unsigned code);
 
     static constexpr std::uint32_t unknown = 0;          // length of a pair code that has no text yet
     static constexpr std::uint32_t longest = 0xFFFFFFFF; // and of one that fits nowhere
+    static constexpr std::uint8_t isLong = 0x80;         // step of a code of more than a lane
 
     alignas(16) std::uint8_t texts[256][2 * lane]; // text of each code of up to 16 bytes; the rest is room for lanes
-    std::uint32_t lengths[256];                    // of each code's text, in bytes
+    std::uint8_t steps[256];                       // length of such a text, or `isLong`
+    std::uint32_t lengths[256];                    // length of each code's text, in bytes
     const std::uint8_t* firsts[256];               // where a longer one was first written in this block, or null
     std::uint8_t left[256];
     std::uint8_t right[256];
@@ -403,22 +409,36 @@ private:
     unsigned pairCount;
 };
 
+// Copies `length` bytes: whole lanes where the bytes up to `dstEnd` have room for them.
+inline void CopyText(std::uint8_t* dst, const std::uint8_t* dstEnd, const std::uint8_t* text, std::uint32_t length)
+{
+    if (static_cast<std::size_t>(dstEnd - dst) >= std::size_t{length} + lane)
+        for (std::uint32_t i = 0; i < length; i += lane)
+            std::memcpy(dst + i, text + i, lane);
+    else
+        for (std::uint32_t i = 0; i < length; ++i)
+            dst[i] = text[i];
+}
+
 Expander::Expander() : pairCount(0)
 {
     for (unsigned i = 0; i < 256; ++i)
     {
         std::memset(texts[i], 0, sizeof texts[i]);
         texts[i][0] = static_cast<std::uint8_t>(i);
+        steps[i] = 1;
         lengths[i] = 1;
     }
 }
 
-bool Expander::Expand(const std::uint8_t*& src, const std::uint8_t* srcEnd, std::uint8_t*& dst, std::uint32_t& room)
+bool Expander::Expand(const std::uint8_t*& src, const std::uint8_t* srcEnd, std::uint8_t*& dst, std::uint32_t& room,
+                      Slack slack)
 {
     // What the last block made of its codes is taken back.
     for (unsigned i = 0; i < pairCount; ++i)
     {
         texts[pairs[i]][0] = pairs[i];
+        steps[pairs[i]] = 1;
         lengths[pairs[i]] = 1;
     }
     pairCount = 0;
@@ -430,43 +450,57 @@ bool Expander::Expand(const std::uint8_t*& src, const std::uint8_t* srcEnd, std:
     if (static_cast<std::size_t>(srcEnd - src) < size || !MakeTexts())
         return false;
 
-    std::uint64_t total = 0;
-    for (unsigned i = 0; i < size; ++i)
-        total += lengths[src[i]];
-    if (total > room || total >= longest)
-        return false;
-    room -= static_cast<std::uint32_t>(total);
+    std::uint32_t limit = room < longest ? room : longest - 1;
+    if (slack == Slack::None)
+    {
+        std::uint64_t total = 0;
+        for (unsigned i = 0; i < size; ++i)
+            total += lengths[src[i]];
+        if (total > limit)
+            return false;
+        limit = static_cast<std::uint32_t>(total);
+    }
 
     const std::uint8_t* codes = src;
     const std::uint8_t* codesEnd = src + size;
     std::uint8_t* out = dst;
-    src += size;
-    dst += total;
-
-    // Whole lanes while they stay in what this block writes, then exact lengths.
-    if (total > lane)
+    const std::uint8_t* outEnd = dst + limit;
+    while (codes < codesEnd)
     {
-        const std::uint8_t* laneEnd = dst - lane;
-        while (codes < codesEnd && out <= laneEnd)
+        // Four short codes at once while they cannot reach the end.
+        if (codesEnd - codes >= 4 && outEnd - out >= 4 * std::ptrdiff_t{lane})
         {
-            const unsigned code = *codes++;
-            const std::uint32_t length = lengths[code];
-            if (length > lane)
+            const unsigned a = codes[0], b = codes[1], c = codes[2], d = codes[3];
+            const unsigned stepA = steps[a], stepB = steps[b], stepC = steps[c], stepD = steps[d];
+            if (((stepA | stepB | stepC | stepD) & isLong) == 0)
             {
-                out = WriteLong(out, code);
+                std::memcpy(out, texts[a], lane);
+                out += stepA;
+                std::memcpy(out, texts[b], lane);
+                out += stepB;
+                std::memcpy(out, texts[c], lane);
+                out += stepC;
+                std::memcpy(out, texts[d], lane);
+                out += stepD;
+                codes += 4;
                 continue;
             }
-            std::memcpy(out, texts[code], lane);
-            out += length;
         }
-    }
-    for (; codes < codesEnd; ++codes)
-    {
-        const std::uint32_t length = lengths[*codes];
-        for (std::uint32_t i = 0; i < length; ++i)
-            out[i] = texts[*codes][i];
+        const unsigned code = *codes++;
+        const std::uint32_t length = lengths[code];
+        if (static_cast<std::size_t>(outEnd - out) < length)
+            return false;
+        if (length > lane)
+        {
+            out = WriteLong(out, outEnd, code);
+            continue;
+        }
+        CopyText(out, outEnd, texts[code], length);
         out += length;
     }
+    src = codesEnd;
+    room -= static_cast<std::uint32_t>(out - dst);
+    dst = out;
     return true;
 }
 
@@ -531,8 +565,10 @@ bool Expander::MakeText(unsigned code)
         return false;
     const std::uint32_t length = leftLength < longest - rightLength ? leftLength + rightLength : longest;
     lengths[code] = length;
+    steps[code] = isLong;
     if (length <= lane)
     {
+        steps[code] = static_cast<std::uint8_t>(length);
         std::uint8_t first[lane], second[lane];
         std::memcpy(first, texts[l], lane);
         std::memcpy(second, texts[r], lane);
@@ -542,9 +578,9 @@ bool Expander::MakeText(unsigned code)
     return true;
 }
 
-// Writes a code of more than 16 bytes, exactly: a short half ends where it ends, because the caller knows that the
-// whole fits and nothing more. Halves wait on a stack, at most one for each pair code on the way down.
-std::uint8_t* Expander::WriteLong(std::uint8_t* dst, unsigned code)
+// Writes a code of more than 16 bytes, all of which fits. Halves wait on a stack, at most one for each pair code on the
+// way down.
+std::uint8_t* Expander::WriteLong(std::uint8_t* dst, const std::uint8_t* dstEnd, unsigned code)
 {
     std::uint8_t stack[256];
     unsigned depth = 0;
@@ -558,7 +594,7 @@ std::uint8_t* Expander::WriteLong(std::uint8_t* dst, unsigned code)
             code = left[code];
             continue;
         }
-        std::memcpy(dst, length > lane ? firsts[code] : texts[code], length);
+        CopyText(dst, dstEnd, length > lane ? firsts[code] : texts[code], length);
         dst += length;
         if (depth == 0)
             return dst;
@@ -611,7 +647,7 @@ std::uint32_t BPE::Decomp(void* dst, const void* src, std::uint32_t n)
     const std::uint8_t* end = in + n;
     std::uint32_t room = 0xFFFFFFFF; // what comes out is known to fit
     Expander expander;
-    while (in < end && expander.Expand(in, end, out, room))
+    while (in < end && expander.Expand(in, end, out, room, Expander::Slack::None))
     {
     }
     return 0xFFFFFFFF - room;
@@ -625,7 +661,7 @@ bool BPE::DecompBounded(void* dst, std::uint32_t capacity, const void* src, std:
     std::uint32_t room = capacity;
     Expander expander;
     while (in < end)
-        if (!expander.Expand(in, end, out, room))
+        if (!expander.Expand(in, end, out, room, Expander::Slack::Capacity))
         {
             written = 0;
             return false;

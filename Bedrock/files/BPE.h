@@ -44,7 +44,8 @@ public:
     /// Returns: bytes written to `dst`.
     static std::uint32_t Decomp(void* dst, const void* src, std::uint32_t n);
 
-    /// The same for data that may come from anywhere: at most `capacity` bytes are written to `dst`.
+    /// The same for data that may come from anywhere. Nothing is written beyond `capacity` bytes at `dst`; bytes behind
+    /// the expanded ones and inside the capacity may change.
     ///
     /// Returns: true with the expanded length in `written`. False, with `written` 0 and the contents of `dst`
     /// undefined, if a table or its data runs out, a table goes past code 255 or has a code that contains itself, or

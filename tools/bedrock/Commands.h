@@ -1,0 +1,53 @@
+#pragma once
+
+// The commands, one function each. They print what was asked for on standard output, throw a `Failure` for what ends
+// them, and return the exit code otherwise.
+
+#include "Mounts.h"
+
+#include <string>
+#include <vector>
+
+namespace Tool
+{
+
+struct ArchiveOptions
+{
+    std::string archive;
+    std::vector<std::string> names; // sources of create and add; members or patterns of list, extract, test
+    std::string folder = ".";       // extract: where to
+    std::string under;              // create, add: folder in the archive
+    bool compress = false;
+    bool force = false;
+    bool shadowed = false;
+    bool discard = false; // repair: keeps no copy of what is cut
+    bool json = false;
+};
+
+Exit ArchiveCreate(Mounts& mounts, const ArchiveOptions& options);
+Exit ArchiveAdd(Mounts& mounts, const ArchiveOptions& options);
+Exit ArchiveList(Mounts& mounts, const ArchiveOptions& options);
+Exit ArchiveExtract(Mounts& mounts, const ArchiveOptions& options);
+Exit ArchiveTest(Mounts& mounts, const ArchiveOptions& options);
+Exit ArchiveRepair(Mounts& mounts, const ArchiveOptions& options);
+
+struct FileOptions
+{
+    std::vector<std::string> inputs; // of info
+    std::string input;               // of all others
+    std::string output;
+    bool force = false;
+    bool json = false;
+};
+
+Exit StreamCompress(Mounts& mounts, const FileOptions& options);
+Exit StreamExpand(Mounts& mounts, const FileOptions& options);
+Exit StreamInfo(Mounts& mounts, const FileOptions& options);
+
+Exit ImageInfo(Mounts& mounts, const FileOptions& options);
+Exit ImageConvert(Mounts& mounts, const FileOptions& options);
+
+Exit Which(Mounts& mounts, const FileOptions& options);
+Exit Info(const FileOptions& options);
+
+} // namespace Tool

@@ -1,0 +1,486 @@
+#!/usr/bin/env python3
+"""Runs the built `bedrock` as a user does, and checks files with readers and writers of its own (formats.py).
+
+    test_bedrock.py BEDROCK ASSETS [unittest arguments]
+"""
+import json
+import os
+import pty
+import random
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import formats
+
+BEDROCK = os.path.abspath(sys.argv[1])
+ASSETS = os.path.abspath(sys.argv[2])
+SEED = int(os.environ.get('BEDROCK_TEST_SEED', '0')) or random.randrange(1, 1 << 32)
+
+
+class ToolTest(unittest.TestCase):
+    def setUp(self):
+        self.home = tempfile.mkdtemp(prefix='bedrock-tool-')
+        self.previous = os.getcwd()
+        os.chdir(self.home)
+        self.random = random.Random(SEED)
+
+    def tearDown(self):
+        os.chdir(self.previous)
+        shutil.rmtree(self.home, ignore_errors=True)
+
+    def run_tool(self, *arguments, exit=0, says=()):
+        """Runs the command, checks its exit code and that the error stream names all of `says`: standard output."""
+        result = subprocess.run([BEDROCK, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120)
+        errors = result.stderr.decode(errors='surrogateescape')
+        self.assertEqual(result.returncode, exit, f'{arguments}: {result.stdout!r} {errors}')
+        for text in [says] if isinstance(says, str) else says:
+            self.assertIn(text, errors)
+        if exit == 0 and not says:
+            self.assertEqual(errors, '')
+        self.assertNotIn(b'\x1b', result.stdout + result.stderr)
+        return result.stdout.decode(errors='surrogateescape')
+
+    def write(self, path, data):
+        if os.path.dirname(path):
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, 'wb') as out:
+            out.write(data)
+
+    def read(self, path):
+        with open(path, 'rb') as file:
+            return file.read()
+
+    def tree(self, folder):
+        """{path below folder: contents}"""
+        found = {}
+        for parent, _, files in os.walk(folder):
+            for name in files:
+                path = os.path.join(parent, name)
+                found[os.path.relpath(path, folder)] = self.read(path)
+        return found
+
+    def leftovers(self):
+        return [name for parent, _, files in os.walk('.') for name in files
+                if name.startswith('.bedrock') or '.T' in name]
+
+    def contents(self, size):
+        """Bytes that compress more or less, or not at all."""
+        kind = self.random.randrange(4)
+        if kind == 0:
+            return self.random.randbytes(size)
+        if kind == 1:
+            return bytes([self.random.randrange(256)]) * size
+        words = [self.random.randbytes(self.random.randrange(1, 9)) for _ in range(1 + self.random.randrange(30))]
+        return b''.join(self.random.choice(words) for _ in range(size))[:size]
+
+    def make_files(self, folder, count):
+        sizes = [0, 1, 3, 4, 5, 2047, 2048, 16383, 16384, 16385, 32768, 65536, 70001]
+        for i in range(count):
+            size = sizes[i] if i < len(sizes) else self.random.randrange(600)
+            name = f'{folder}/{"sub/" * (i % 3)}{i % 7}/file {i}.{i % 10}'
+            self.write(name, self.contents(size))
+        self.write(f'{folder}/magic', b'CFIL but plain all the same')
+        self.write(f'{folder}/\u00e4\u00f6 name', b'not ASCII')
+
+
+class Usage(ToolTest):
+    def test_wrong_arguments_end_with_2_and_name_the_command(self):
+        self.write('a.bin', b'a')
+        for arguments, says in [
+            ((), 'bedrock: '),
+            (('nonsense',), 'there is no command "nonsense"'),
+            (('archive',), 'bedrock: archive: a command is missing'),
+            (('archive', 'nonsense', 'x'), 'bedrock: archive: there is no command "nonsense"'),
+            (('archive', 'create', 'x.arc'), 'bedrock: archive create: '),
+            (('archive', 'create', 'x.arc', 'a.bin', '--nonsense'), '--nonsense'),
+            (('archive', 'create', 'a.bin', 'a.bin'), 'exists already'),
+            (('archive', 'create', '.', 'a.bin'), 'is a folder'),
+            (('image', 'convert', 'a.tga', 'a.png'), 'a.png: cannot be written'),
+            (('which', 'plain.tga'), 'expected NAME:PATH'),
+            (('which', 'data:x', '--mount', 'data'), 'expected NAME=PATH'),
+            (('which', 'd:x', '--mount', 'd=.'), 'two letters'),
+            (('which', 'data:x', '--mount', 'data='), 'is empty'),
+        ]:
+            with self.subTest(arguments=arguments):
+                self.run_tool(*arguments, exit=2, says=says)
+        self.assertEqual(self.tree('.'), {'a.bin': b'a'})
+
+    def test_help_and_version(self):
+        self.assertRegex(self.run_tool('--version'), r'^bedrock \d+\.\d+\.\d+\n$')
+        for arguments in [(), ('archive',), ('archive', 'extract'), ('stream', 'info'), ('image', 'convert'), ('which',)]:
+            self.assertIn('--help', self.run_tool(*arguments, '--help'))
+        info = json.loads(self.run_tool('info', '--json'))
+        self.assertIn(info['processor'], ('scalar', 'sse2', 'avx2'))
+
+    def test_what_is_not_there_ends_with_3(self):
+        for arguments in [('archive', 'create', 'x.arc', 'no-folder'), ('archive', 'create', 'no/folder/x.arc', '.'),
+                          ('archive', 'list', 'no.arc'), ('archive', 'test', 'no.arc'),
+                          ('archive', 'add', 'no.arc', '.'), ('archive', 'repair', 'no.arc'),
+                          ('stream', 'compress', 'no.bin', 'x'), ('stream', 'expand', 'no.bin', 'x'),
+                          ('stream', 'info', 'no.bin'), ('image', 'info', 'no.tga'), ('image', 'convert', 'no.tga', 'x.bmp'),
+                          ('which', 'data:x', '--mount', 'data=nowhere')]:
+            with self.subTest(arguments=arguments):
+                self.run_tool(*arguments, exit=3, says='No such file or directory')
+        self.assertEqual(os.listdir('.'), [])
+
+    def test_a_full_disk_is_told(self):
+        self.run_tool('archive', 'create', 'a.arc', ASSETS)
+        with open('/dev/full', 'wb') as full:
+            result = subprocess.run([BEDROCK, 'archive', 'list', 'a.arc'], stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual(result.returncode, 3)
+        self.assertIn(b'No space left', result.stderr)
+
+
+class Archives(ToolTest):
+    def test_thousands_of_files_come_back_and_equal_input_gives_equal_archives(self):
+        self.make_files('in', 2500)
+        expected = self.tree('in')
+        os.rename('in', 'moved')
+        shutil.copytree('moved', 'in')  # other inodes, another order in the folder
+        for flags in [(), ('--compress',)]:
+            with self.subTest(flags=flags):
+                self.run_tool('archive', 'create', 'a.arc', 'in', '--force', *flags)
+                self.run_tool('archive', 'create', 'b.arc', 'moved/', '--force', *flags)
+                data = self.read('a.arc')
+                self.assertEqual(data, self.read('b.arc'))
+                members = formats.read_archive(data)
+                names = [os.fsencode(name) for name in expected]
+                self.assertEqual([name for name, _, _ in members], sorted(names))
+                for name, contents, attributes in members:
+                    self.assertEqual(contents, expected[os.fsdecode(name)], name)
+                    self.assertEqual(attributes, 0x80 if flags else 0)
+                self.assertIn('all good', self.run_tool('archive', 'test', 'a.arc'))
+                self.run_tool('archive', 'extract', 'a.arc', '-C', 'out')
+                self.assertEqual(self.tree('out'), expected)
+                shutil.rmtree('out')
+        self.assertEqual(self.leftovers(), [])
+
+    def test_list_tells_what_is_stored(self):
+        self.write('in/a/one.bin', b'x' * 5000)
+        self.write('in/two.bin', b'y')
+        self.run_tool('archive', 'create', 'a.arc', 'in', '--compress')
+        rows = json.loads(self.run_tool('archive', 'list', 'a.arc', '--json'))
+        self.assertEqual([(row['name'], row['size'], row['compressed'], row['shadowed']) for row in rows],
+                         [('a/one.bin', 5000, True, False), ('two.bin', 1, True, False)])
+        data = self.read('a.arc')
+        for row in rows:
+            payload = data[row['offset']:row['offset'] + row['stored']]
+            self.assertEqual(formats.crc(formats.expand_stream(payload)), int(row['crc'], 16))
+        text = self.run_tool('archive', 'list', 'a.arc', 'a')
+        self.assertIn('a/one.bin', text)
+        self.assertNotIn('two.bin', text)
+        self.assertIn('two.bin', self.run_tool('archive', 'list', 'a.arc', 't*.bin'))
+        self.run_tool('archive', 'list', 'a.arc', 'three', exit=1, says='three: the archive has no such member')
+
+    def test_add_appends_and_keeps_names_apart(self):
+        self.write('in/a.bin', b'first')
+        self.run_tool('archive', 'create', 'a.arc', 'in')
+        before = self.read('a.arc')
+        self.write('A.BIN', b'second')
+        self.write('b.bin', b'third')
+        self.run_tool('archive', 'add', 'a.arc', 'A.BIN', 'b.bin', exit=1, says=['A.BIN: the archive has this member', 'nothing was added'])
+        self.assertEqual(self.read('a.arc'), before)
+        self.run_tool('archive', 'add', 'a.arc', 'b.bin', '--under', 'x/y/')
+        self.assertEqual(formats.read_archive(self.read('a.arc')), [(b'a.bin', b'first', 0), (b'x/y/b.bin', b'third', 0)])
+        self.run_tool('archive', 'add', 'a.arc', 'A.BIN', '--shadowed', says='stays the one found')
+        self.assertTrue(self.read('a.arc').startswith(before))
+        self.run_tool('archive', 'extract', 'a.arc', '-C', 'out')
+        self.assertEqual(self.tree('out'), {'a.bin': b'first', 'x/y/b.bin': b'third'})
+        self.write('same/n', b'1')
+        self.write('same/N', b'2')
+        self.run_tool('archive', 'create', 'b.arc', 'same', exit=2, says='upper case')
+        self.write('odd/a\\b', b'1')
+        self.run_tool('archive', 'create', 'b.arc', 'odd', exit=2, says='backslash')
+        self.assertFalse(os.path.exists('b.arc'))
+
+    def test_create_and_add_store_the_same_bytes(self):
+        self.make_files('in', 25)
+        for flags in [(), ('--compress',)]:
+            self.run_tool('archive', 'create', 'a.arc', 'in', '--force', *flags)
+            self.write('b.arc', formats.archive_start())
+            self.run_tool('archive', 'add', 'b.arc', 'in', *flags)
+            self.assertEqual(self.read('a.arc'), self.read('b.arc'))
+        self.assertEqual(self.leftovers(), [])
+
+    def test_create_is_whole_or_not_at_all(self):
+        self.write('in/a', b'a' * 100)
+        os.symlink('/proc/self/mem', 'in/b')  # opens, and cannot be read: even root meets an error half way
+        self.write('old.arc', formats.archive(formats.member(b'old', b'old')))
+        self.run_tool('archive', 'create', 'old.arc', 'in', '--force', exit=3, says='in/b: cannot read')
+        self.run_tool('archive', 'create', 'new.arc', 'in', exit=3, says='in/b: cannot read')
+        os.remove('in/b')
+        with open('in/b', 'wb') as out:
+            out.truncate(5 << 30)
+        self.run_tool('archive', 'create', 'old.arc', 'in', '--force', '--compress', exit=2, says='larger than 4 GiB')
+        self.assertEqual(formats.read_archive(self.read('old.arc')), [(b'old', b'old', 0)])
+        self.assertFalse(os.path.exists('new.arc'))
+        self.assertEqual(self.leftovers(), [])
+
+    def test_nothing_leaves_the_target_folder(self):
+        os.makedirs('out')
+        os.makedirs('elsewhere')
+        os.symlink('../elsewhere', 'out/link')
+        os.symlink('../victim', 'out/planted')
+        self.write('victim', b'untouched')
+        outside = os.path.join(self.home, 'absolute')
+        hostile = [b'../up', b'a/../../up', b'..', os.fsencode(outside), b'\\root', b'a\\..\\..\\up', b'link/through', b'.', b'', b'a//b',
+                   b'./dot', b'x/', b'planted']
+        good = [b'good', b'deep/er/good', b'..name', b'\x1b[31mred']
+        data = formats.archive(*(formats.member(name, b'evil') for name in hostile), *(formats.member(name, b'fine') for name in good))
+        self.write('h.arc', data)
+        self.run_tool('archive', 'extract', 'h.arc', '-C', 'out', exit=1,
+                      says=['../up: refused', 'absolute: refused', 'link/through: refused', 'planted: exists already', 'a\\..\\..\\up: refused'])
+        self.run_tool('archive', 'extract', 'h.arc', '-C', 'out', '--force', exit=1, says='../up: refused')
+        self.assertEqual(sorted(os.listdir('.')), ['elsewhere', 'h.arc', 'out', 'victim'])
+        self.assertEqual(os.listdir('elsewhere'), [])
+        self.assertEqual(self.read('victim'), b'untouched')
+        self.assertFalse(os.path.islink('out/planted'), '--force replaces a link, and does not write through it')
+        for name in good:
+            self.assertEqual(self.read(os.path.join(b'out', name)), b'fine')
+        self.run_tool('archive', 'list', 'h.arc')
+
+    def test_damage_is_found_and_named(self):
+        self.make_files('in', 40)
+        for flags in [(), ('--compress',)]:
+            self.run_tool('archive', 'create', 'a.arc', 'in', '--force', *flags)
+            rows = [row for row in json.loads(self.run_tool('archive', 'list', 'a.arc', '--json')) if row['stored'] > 6]
+            whole = bytearray(self.read('a.arc'))
+            for row in self.random.sample(rows, 12):
+                with self.subTest(member=row['name'], flags=flags):
+                    at = row['offset'] + self.random.randrange(row['stored'])
+                    flipped = 1 << self.random.randrange(8)
+                    whole[at] ^= flipped
+                    self.write('bad.arc', whole)
+                    result = subprocess.run([BEDROCK, 'archive', 'test', 'bad.arc', '--json'], capture_output=True, timeout=60)
+                    whole[at] ^= flipped
+                    if result.returncode == 0:  # the changed bytes may mean the very same: then nothing is lost
+                        self.run_tool('archive', 'extract', 'bad.arc', row['name'], '-C', 'same')
+                        self.assertEqual(self.read(f'same/{row["name"]}'), self.read(f'in/{row["name"]}'))
+                        shutil.rmtree('same')
+                        continue
+                    self.assertEqual(result.returncode, 1)
+                    self.assertEqual([bad['name'] for bad in json.loads(result.stdout)['bad']], [row['name']])
+                    self.run_tool('archive', 'extract', 'bad.arc', row['name'], '-C', 'out', exit=1, says='not extracted')
+                    self.assertEqual(self.tree('out'), {})
+
+    def test_a_torn_tail_is_cut_and_kept(self):
+        whole = formats.archive(formats.member(b'a', b'1' * 50), b'XTRA' + struct.pack('<I', 3) + b'abc', formats.member(b'b', b'2' * 50))
+        last = formats.member(b'c', b'3' * 500)
+        self.write('d.bin', b'd')
+        zero_length = bytearray(last)
+        zero_length[4:8] = bytes(4)
+        for tail in [last[:3], last[:8], last[:200], last[:-1], bytes(zero_length), b'FIL \x10\0\0\0' + bytes(16)]:
+            with self.subTest(tail=len(tail)):
+                self.write('t.arc', whole + tail)
+                self.run_tool('archive', 'test', 't.arc', exit=1, says=['torn member', 'repair'])
+                self.run_tool('archive', 'add', 't.arc', 'd.bin', exit=1, says='repair')
+                self.assertEqual(self.read('t.arc'), whole + tail)
+                self.assertIn(f'cut {len(tail)} bytes', self.run_tool('archive', 'repair', 't.arc'))
+                self.assertEqual(self.read('t.arc'), whole)
+                self.assertEqual(self.read('t.arc.cut'), tail)
+                os.remove('t.arc.cut')
+                self.assertIn('nothing to repair', self.run_tool('archive', 'repair', 't.arc'))
+                self.run_tool('archive', 'test', 't.arc')
+        self.assertEqual(self.leftovers(), [])
+
+    def test_no_archive_and_no_sense(self):
+        for name, data in [('empty', b''), ('short', b'ARC'), ('text', b'hello ' * 50), ('mark', formats.archive_start().replace(b'0CRA', b'0CRB')),
+                           ('number', formats.archive_start().replace(b'\x01\xf1', b'\x02\xf1'))]:
+            with self.subTest(name=name):
+                self.write(name, data)
+                for command in [('list', name), ('test', name), ('extract', name), ('add', name, 'text'), ('repair', name)]:
+                    self.run_tool('archive', *command, exit=1, says='is not an archive')
+                self.assertEqual(self.read(name), data)
+        no_end = bytearray(formats.member(b'n', b'data'))
+        no_end[8:268] = b'n' * 260
+        self.write('names', formats.archive(bytes(no_end), formats.member(b'good', b'good')))
+        self.run_tool('archive', 'test', 'names', exit=1, says='without a proper name')
+        self.run_tool('archive', 'extract', 'names', '-C', 'out')
+        self.assertEqual(self.tree('out'), {'good': b'good'})
+
+
+class Streams(ToolTest):
+    def test_round_trip_against_a_second_decoder(self):
+        for size in [0, 1, 3, 128, 16383, 16384, 16385, 32768, 100000]:
+            for _ in range(2):
+                data = self.contents(size)
+                self.write('in', data)
+                self.run_tool('stream', 'compress', 'in', 'packed', '--force')
+                packed = self.read('packed')
+                self.assertEqual(formats.expand_stream(packed), data)
+                row = json.loads(self.run_tool('stream', 'info', 'packed', '--json'))[0]
+                stored = sum(is_stored for is_stored, _ in formats.frames(packed))
+                self.assertEqual((row['size'], row['stored'], row['stored_frames'], row['compressed_frames']),
+                                 (size, len(packed), stored, len(formats.frames(packed)) - stored))
+                self.run_tool('stream', 'expand', 'packed', 'out', '--force')
+                self.assertEqual(self.read('out'), data)
+        self.assertEqual(self.leftovers(), [])
+
+    def test_known_bytes(self):
+        self.write('in', b'ab' * 64)
+        self.run_tool('stream', 'compress', 'in', 'out')
+        self.assertEqual(self.read('out').hex(), '4346494c1400' 'fef905fafafbfbfcfcfdfdfefe6162800002f9f9')
+
+    def test_bad_streams_are_refused_and_leave_nothing(self):
+        good = b'CFIL' + b'\x14\0' + bytes.fromhex('fef905fafafbfbfcfcfdfdfefe6162800002f9f9')
+        self.write('plain', b'hello')
+        for name, data, says in [
+            ('plain', b'hello', 'not a compressed stream'),
+            ('short', b'CF', 'not a compressed stream'),
+            ('half header', good + b'\x01', 'half a header'),
+            ('cut', good[:-1], 'goes past the end'),
+            ('zero', b'CFIL\0\0', 'a length of 0'),
+            ('long', b'CFIL' + struct.pack('<H', 0x4001) + bytes(0x4001), 'a length of 16385'),
+            ('short before last', b'CFIL\x01\x80a\x01\x80b', 'before the last'),
+            ('cycle', good.replace(b'\x61\x62', b'\xfe\xfe'), 'frame 1 is damaged'),
+        ]:
+            with self.subTest(name=name):
+                self.write('bad', data)
+                self.run_tool('stream', 'expand', 'bad', 'out', exit=1, says=says)
+                self.run_tool('stream', 'info', 'bad', exit=1, says=says)
+                self.assertFalse(os.path.exists('out'))
+        self.write('good', good)
+        self.run_tool('stream', 'compress', 'good', 'twice', exit=1, says='compressed stream already')
+        self.run_tool('stream', 'expand', 'good', 'plain', exit=2, says='exists already')
+        self.assertEqual(self.read('plain'), b'hello')
+        self.assertEqual(self.leftovers(), [])
+
+
+class Images(ToolTest):
+    def test_info(self):
+        names = ['planet.tga', 'rings.tga', 'plasma.tga', 'tiles.bmp', 'dunes.pcx', 'clouds.jpg']
+        rows = json.loads(self.run_tool('image', 'info', '--json', *(os.path.join(ASSETS, name) for name in names)))
+        self.assertEqual([(row['format'], row['width'], row['height']) for row in rows],
+                         [('ARGB32', 256, 256), ('XRGB32', 256, 192), ('Indexed8', 256, 256), ('XRGB32', 256, 192),
+                          ('XRGB32', 320, 200), ('XRGB32', 320, 200)])
+        self.write('text.tga', b'x')
+        self.write('text.bmp', b'no picture' * 20)
+        self.run_tool('image', 'info', 'text.bmp', os.path.join(ASSETS, names[0]), exit=1, says='text.bmp: cannot be loaded: not a BMP')
+
+    def test_converted_pixels_by_a_second_decoder(self):
+        readers = {'.tga': formats.read_tga, '.bmp': formats.read_bmp, '.pcx': formats.read_pcx}
+        for name in ['planet.tga', 'rings.tga', 'spectrum.tga', 'plasma.tga', 'tiles.bmp', 'fractal.bmp', 'dunes.pcx']:
+            with self.subTest(name=name):
+                path = os.path.join(ASSETS, name)
+                expected = readers[name[-4:]](self.read(path))
+                self.run_tool('image', 'convert', path, 'out.tga', '--force')
+                self.assertEqual(formats.read_tga(self.read('out.tga')), expected)
+                self.run_tool('image', 'convert', path, 'out.BMP', '--force', says='transparency' if name == 'planet.tga' else ())
+                opaque = [[(r, g, b, 255) for r, g, b, _ in row] for row in expected]
+                self.assertEqual(formats.read_bmp(self.read('out.BMP')), opaque)
+        self.assertEqual(self.leftovers(), [])
+
+    def test_jpeg_is_near_its_source(self):
+        self.run_tool('image', 'convert', os.path.join(ASSETS, 'clouds.jpg'), 'out.tga')
+        rows = formats.read_tga(self.read('out.tga'))
+        self.assertEqual((len(rows), len(rows[0])), (200, 320))
+        average = [sum(row[x][c] for row in rows for x in range(320)) / 64000 for c in range(3)]
+        self.assertTrue(average[2] > average[1] > average[0] > 60, average)  # a blue sky
+
+    def test_refused_images_say_why(self):
+        header = bytearray(18)
+        header[2], header[12], header[14], header[16] = 10, 4, 4, 24
+        odd = bytearray(self.read(os.path.join(ASSETS, 'tiles.bmp')))
+        odd[18:22] = struct.pack('<i', 30)
+        for name, data, says in [('rle.tga', bytes(header) + bytes(64), 'run-length packed TGA'), ('odd.bmp', bytes(odd), 'width 30'),
+                                 ('cut.tga', self.read(os.path.join(ASSETS, 'planet.tga'))[:5000], 'end too early'),
+                                 ('text.jpg', b'text', 'not a JPEG'), ('empty.pcx', b'', 'ends inside its header'),
+                                 ('name.gif', b'GIF89a', 'extension')]:
+            with self.subTest(name=name):
+                self.write(name, data)
+                self.run_tool('image', 'convert', name, 'out.bmp', exit=1, says=says)
+                self.assertFalse(os.path.exists('out.bmp'))
+
+
+class MountedNames(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.write('base/x.txt', b'base')
+        self.write('base/only.txt', b'only in the archive' * 100)
+        self.write('over/x.txt', b'over')
+        self.run_tool('archive', 'create', 'base.arc', 'base', '--compress')
+        self.mounts = ('--mount', 'data=base.arc:ro', '--mount', 'data=over')
+
+    def test_which(self):
+        rows = json.loads(self.run_tool('which', 'data:X.TXT', '--mount', 'data=over', '--mount', 'data=base.arc', '--json'))
+        self.assertEqual(rows, [{'location': 'base.arc', 'kind': 'archive', 'serves': True}])
+        text = self.run_tool('which', 'data:/x.txt', *self.mounts)
+        self.assertEqual([line.split()[0::2] for line in text.splitlines()], [['serves', 'over/'], ['shadowed', 'base.arc']])
+        self.run_tool('which', 'data:nothing', *self.mounts, exit=1, says='data:nothing: none of 2 locations has it')
+        self.run_tool('which', 'other:x', *self.mounts, exit=2)
+
+    def test_names_go_through_the_overlay(self):
+        for name, expected in [('data:x.txt', b'over'), ('data:only.txt', b'only in the archive' * 100)]:
+            self.run_tool('stream', 'compress', name, 'out', '--force', *self.mounts)
+            self.assertEqual(formats.expand_stream(self.read('out')), expected)
+        self.run_tool('archive', 'create', 'c.arc', 'data:only.txt', 'data:x.txt', *self.mounts)
+        self.assertEqual([contents for _, contents, _ in formats.read_archive(self.read('c.arc'))], [b'only in the archive' * 100, b'over'])
+        # an input is read from a mount that the user did not allow to be written, and an output is refused there
+        self.run_tool('stream', 'compress', 'over/x.txt', 'data:new', '--mount', 'data=over:ro', exit=2, says='read-only')
+        self.run_tool('stream', 'compress', 'over/x.txt', 'data:deep/new', *self.mounts, exit=3)
+        self.run_tool('stream', 'compress', 'base/x.txt', 'data:new', *self.mounts)
+        self.assertEqual(formats.expand_stream(self.read('over/new')), b'base')
+
+    def test_an_image_goes_into_a_mounted_archive(self):
+        tga = os.path.join(ASSETS, 'planet.tga')
+        before = self.read('base.arc')
+        self.run_tool('image', 'convert', tga, 'pics:sub/p.tga', '--mount', 'pics=base.arc')
+        members = {name: contents for name, contents, _ in formats.read_archive(self.read('base.arc'))}
+        self.assertEqual(formats.read_tga(members[b'sub/p.tga']), formats.read_tga(self.read(tga)))
+        self.assertTrue(self.read('base.arc').startswith(before))
+        self.run_tool('image', 'convert', tga, 'pics:sub/P.tga', '--mount', 'pics=base.arc', exit=2, says='already')
+        self.run_tool('image', 'info', 'pics:sub/p.tga', '--mount', 'pics=base.arc')
+
+    def test_paths_with_colons_mean_themselves(self):
+        os.makedirs('odd:dir')
+        shutil.copy(os.path.join(ASSETS, 'tiles.bmp'), 'odd:dir/ti:les.bmp')
+        shutil.copy('odd:dir/ti:les.bmp', 'les.bmp')
+        os.truncate('les.bmp', 10)
+        self.run_tool('image', 'convert', 'odd:dir/ti:les.bmp', 'odd:dir/o:ut.tga')
+        self.assertEqual(formats.read_tga(self.read('odd:dir/o:ut.tga')), formats.read_bmp(self.read('odd:dir/ti:les.bmp')))
+        self.run_tool('stream', 'compress', 'odd:dir/ti:les.bmp', 'pa:cked')
+        self.run_tool('stream', 'expand', 'pa:cked', 'pla:in')
+        self.assertEqual(self.read('pla:in'), self.read('odd:dir/ti:les.bmp'))
+
+
+class Terminal(ToolTest):
+    def test_a_bar_on_a_terminal_only_and_gone_in_the_end(self):
+        self.write('in/a', self.random.randbytes(1 << 20) * 24)
+        ours, theirs = pty.openpty()
+        process = subprocess.Popen([BEDROCK, 'archive', 'create', 'a.arc', 'in', '--compress'], stdout=subprocess.DEVNULL, stderr=theirs)
+        os.close(theirs)
+        shown = b''
+        while True:
+            try:
+                part = os.read(ours, 4096)
+            except OSError:
+                part = b''
+            if not part:
+                break
+            shown += part
+        self.assertEqual(process.wait(), 0)
+        os.close(ours)
+        if shown:  # a machine that packs 24 MiB in a blink shows none
+            self.assertIn(b'#', shown)
+            self.assertTrue(shown.endswith(b'\r\x1b[K'), shown[-40:])
+
+    def test_an_interrupt_leaves_no_half_archive(self):
+        import signal
+        import time
+        self.write('in/a', self.random.randbytes(1 << 20) * 200)
+        process = subprocess.Popen([BEDROCK, 'archive', 'create', 'a.arc', 'in', '--compress'], stderr=subprocess.PIPE)
+        while not self.leftovers() and process.poll() is None:
+            time.sleep(0.01)
+        process.send_signal(signal.SIGINT)
+        errors = process.communicate()[1]
+        self.assertEqual((process.returncode, os.path.exists('a.arc'), self.leftovers()), (3, False, []), errors)
+        self.assertIn(b'interrupted', errors)
+
+
+if __name__ == '__main__':
+    print(f'BEDROCK_TEST_SEED={SEED}', flush=True)
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:])

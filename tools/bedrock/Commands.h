@@ -47,6 +47,25 @@ Exit StreamInfo(Mounts& mounts, const FileOptions& options);
 Exit ImageInfo(Mounts& mounts, const FileOptions& options);
 Exit ImageConvert(Mounts& mounts, const FileOptions& options);
 
+/// image scale, crop, adjust, draw.
+struct EditOptions
+{
+    std::string input;
+    std::string output;
+    std::string shapes;    // draw: the file that lists them
+    std::vector<int> size; // scale: width, height
+    std::vector<int> rect; // crop: x, y, width, height
+    float brightness = 1;  // adjust, 0 to 2
+    float contrast = 1;    // adjust, 0 to 2
+    float saturation = 1;  // adjust, 0 and more
+    bool force = false;
+};
+
+Exit ImageScale(Mounts& mounts, const EditOptions& options);
+Exit ImageCrop(Mounts& mounts, const EditOptions& options);
+Exit ImageAdjust(Mounts& mounts, const EditOptions& options);
+Exit ImageDraw(Mounts& mounts, const EditOptions& options);
+
 Exit Which(Mounts& mounts, const FileOptions& options);
 Exit Info(const FileOptions& options);
 

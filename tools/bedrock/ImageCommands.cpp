@@ -1,6 +1,7 @@
 // bedrock image: info, convert.
 
 #include "Commands.h"
+#include "ImageFiles.h"
 #include "ImageReason.h"
 #include "Output.h"
 
@@ -49,17 +50,6 @@ void ComplainOfImage(Messages& messages, const Mounts& mounts, const std::string
         messages.Complain(Exit::Disk, name, "cannot open: no location of this mount has it");
     else
         messages.Complain(Exit::Bad, name, "cannot be loaded: " + WhyNotLoaded(opened));
-}
-
-// The same pixels as a format that has an alpha channel: the loaders set it to 255 where the file has none.
-Zem::Bitmap WithAlpha(const Zem::Bitmap& image)
-{
-    const Zem::Rect area = image;
-    Zem::Bitmap copy(area, Zem::Bitmap::ARGB32, nullptr);
-    if (copy.IsValid())
-        for (std::int32_t y = 0; y < area.height; ++y)
-            std::memcpy(copy.GetPtr({0, y}), image.GetPtr({0, y}), static_cast<std::size_t>(area.width) * 4);
-    return copy;
 }
 
 bool HasTransparency(const Zem::Bitmap& image)
@@ -113,52 +103,77 @@ Exit ImageInfo(Mounts& mounts, const FileOptions& options)
     return messages.Worst();
 }
 
-Exit ImageConvert(Mounts& mounts, const FileOptions& options)
+bool IsWritableImage(const std::string& name)
 {
-    Messages messages("image convert");
-    const std::string& in = options.input;
-    const bool toTga = IsExtension(options.output, "tga");
-    if (!toTga && !IsExtension(options.output, "bmp"))
-        Fail(Exit::Usage, options.output, "cannot be written: images are written as .tga (32 bits) or .bmp (24 bits)");
+    return IsExtension(name, "tga") || IsExtension(name, "bmp");
+}
 
-    const std::string opened = mounts.ForReading(in);
+// The same pixels as a format that has an alpha channel: the loaders set it to 255 where the file has none.
+Zem::Bitmap WithAlpha(const Zem::Bitmap& image)
+{
+    const Zem::Rect area = image;
+    Zem::Bitmap copy(area, Zem::Bitmap::ARGB32, nullptr);
+    if (copy.IsValid())
+        for (std::int32_t y = 0; y < area.height; ++y)
+            std::memcpy(copy.GetPtr({0, y}), image.GetPtr({0, y}), static_cast<std::size_t>(area.width) * 4);
+    return copy;
+}
+
+std::optional<Zem::Bitmap> LoadImage(Mounts& mounts, const std::string& name, Messages& messages)
+{
+    const std::string opened = mounts.ForReading(name);
     Zem::Bitmap image;
-    if (!image.Load(Zem::PString(opened.c_str()), Zem::PString(), false))
-    {
-        ComplainOfImage(messages, mounts, in, opened);
-        return messages.Worst();
-    }
+    if (image.Load(Zem::PString(opened.c_str()), Zem::PString(), false))
+        return image;
+    ComplainOfImage(messages, mounts, name, opened);
+    return std::nullopt;
+}
+
+void CheckImageOutput(const std::string& name)
+{
+    if (!IsWritableImage(name))
+        Fail(Exit::Usage, name, "cannot be written: images are written as .tga (32 bits) or .bmp (24 bits)");
+}
+
+void SaveImage(Mounts& mounts, Zem::Bitmap& image, const std::string& name, bool force, Messages& messages)
+{
+    const bool toTga = IsExtension(name, "tga");
     const Zem::Rect area = image;
     if (toTga && image.GetFormat() != Zem::Bitmap::ARGB32)
     {
         image = WithAlpha(image);
         if (!image.IsValid())
-            Fail(Exit::Disk, in, "out of memory");
+            Fail(Exit::Disk, name, "out of memory");
     }
     if (!toTga && image.GetFormat() == Zem::Bitmap::ARGB32 && HasTransparency(image))
-        messages.Note(options.output, "a BMP has no transparency: it is dropped");
+        messages.Note(name, "a BMP has no transparency: it is dropped");
     if (!toTga && area.width % 4 != 0)
-        messages.Note(options.output,
-                      "its width, " + std::to_string(area.width) +
-                          ", is no multiple of 4: other programs read such a BMP, this library does not");
+        messages.Note(name, "its width, " + std::to_string(area.width) +
+                                ", is no multiple of 4: other programs read such a BMP, this library does not");
 
-    const std::string path = mounts.ForWriting(options.output);
+    const std::string path = mounts.ForWriting(name);
     if (path.empty()) // into an archive, which takes a member as a whole or not at all
     {
-        if (Zem::File::Exists(options.output.c_str()))
-            Fail(Exit::Usage, options.output,
+        if (Zem::File::Exists(name.c_str()))
+            Fail(Exit::Usage, name,
                  "the mounted archive has this member already, and the old version stays the one found");
-        if (!image.Save(options.output.c_str()))
-            Fail(Exit::Disk, options.output, "cannot create");
+        if (!image.Save(name.c_str()))
+            Fail(Exit::Disk, name, "cannot create");
+        return;
     }
-    else
-    {
-        Replacement out(path, options.force);
-        if (!image.Save(mounts.ForFile(out.Path(), true).c_str()))
-            Fail(Exit::Disk, path,
-                 std::string("cannot create: ") + (errno ? std::strerror(errno) : "the file cannot be made"));
-        out.Commit();
-    }
+    Replacement out(path, force);
+    if (!image.Save(mounts.ForFile(out.Path(), true).c_str()))
+        Fail(Exit::Disk, path,
+             std::string("cannot create: ") + (errno ? std::strerror(errno) : "the file cannot be made"));
+    out.Commit();
+}
+
+Exit ImageConvert(Mounts& mounts, const FileOptions& options)
+{
+    Messages messages("image convert");
+    CheckImageOutput(options.output);
+    if (std::optional<Zem::Bitmap> image = LoadImage(mounts, options.input, messages))
+        SaveImage(mounts, *image, options.output, options.force, messages);
     return messages.Worst();
 }
 

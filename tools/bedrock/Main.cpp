@@ -42,6 +42,7 @@ private:
     void AddArchive();
     void AddStream();
     void AddImage();
+    void AddImageEdits(CLI::App* group);
     int WrongUsage(const CLI::ParseError& error);
 
     CLI::App app{"Works with the archives, compressed streams and images of the Bedrock library.", "bedrock"};
@@ -49,6 +50,7 @@ private:
     std::vector<std::string> mountTexts;
     ArchiveOptions archive;
     FileOptions files;
+    EditOptions edit;
 };
 
 // Mounts may stand before the command and behind it.
@@ -170,6 +172,42 @@ void CommandLine::AddImage()
     command->add_option("OUT", files.output, "The image to write: the extension .tga or .bmp picks the format")
         ->required();
     command->add_flag("--force", files.force, "Replace a file that is there");
+    AddImageEdits(group);
+}
+
+void CommandLine::AddImageEdits(CLI::App* group)
+{
+    const auto add = [&](const char* name, const char* what, Exit (*run)(Mounts&, const EditOptions&))
+    {
+        CLI::App* const command =
+            Command(group, name, what, true, [this, run](Mounts& mounts) { return run(mounts, edit); });
+        command->add_option("IN", edit.input, "A TGA, BMP, PCX or JPEG file")->required();
+        command->add_option("OUT", edit.output, "The image to write, .tga or .bmp")->required();
+        command->add_flag("--force", edit.force, "Replace a file that is there");
+        return command;
+    };
+    add("scale", "Reduce an image; all sizes are powers of two", ImageScale)
+        ->add_option("--size", edit.size, "The new width and height in pixels")
+        ->type_name("W,H")
+        ->delimiter(',')
+        ->expected(2)
+        ->required();
+    add("crop", "Cut a rectangle out of an image", ImageCrop)
+        ->add_option("--rect", edit.rect, "Its left column, top row, width and height in pixels")
+        ->type_name("X,Y,W,H")
+        ->delimiter(',')
+        ->expected(4)
+        ->required();
+    CLI::App* const adjust =
+        add("adjust", "Change brightness, contrast and saturation; 1 changes nothing", ImageAdjust);
+    adjust->add_option("--brightness", edit.brightness, "0 (black) to 2 (white)")->check(CLI::Range(0.0, 2.0));
+    adjust->add_option("--contrast", edit.contrast, "0 (grey) to 2, applied before the brightness")
+        ->check(CLI::Range(0.0, 2.0));
+    adjust->add_option("--saturation", edit.saturation, "0 (grey) and more, applied last")
+        ->check(CLI::Range(0.0, 100.0));
+    add("draw", "Draw a list of shapes on an image", ImageDraw)
+        ->add_option("--shapes", edit.shapes, "The list: a text file, a shape a line (see docs/drawing.md)")
+        ->required();
 }
 
 CommandLine::CommandLine()

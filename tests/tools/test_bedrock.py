@@ -395,6 +395,38 @@ class Images(ToolTest):
                 self.run_tool('image', 'convert', name, 'out.bmp', exit=1, says=says)
                 self.assertFalse(os.path.exists('out.bmp'))
 
+    def test_edits_against_pixels_by_a_second_decoder(self):
+        planet = os.path.join(ASSETS, 'planet.tga')
+        rows = formats.read_tga(self.read(planet))
+        out = lambda: formats.read_tga(self.read('out.tga'))
+        self.run_tool('image', 'crop', planet, 'out.tga', '--rect', '30,40,100,7')
+        self.assertEqual(out(), [row[30:130] for row in rows[40:47]])
+        self.run_tool('image', 'scale', planet, 'out.tga', '--size', '128,64', '--force')
+        self.assertEqual(out(), [[tuple(sum(rows[4 * y + j][2 * x + i][c] for j in range(4) for i in range(2)) // 8 for c in range(4))
+                                  for x in range(128)] for y in range(64)])
+        self.run_tool('image', 'adjust', planet, 'out.tga', '--saturation', '0', '--force')
+        self.assertTrue(all(r == g == b for row in out() for r, g, b, _ in row))
+        self.run_tool('image', 'adjust', planet, 'out.tga', '--force')
+        self.assertEqual(out(), rows, 'all factors 1')
+
+        self.write('shapes.txt', b'clip 0 0 50 50\n// a box that the clip cuts\nbox 10 20 90 5 #80C04020 filled\nbox 3 3 2 2 red filled\n')
+        self.run_tool('image', 'draw', planet, 'out.tga', '--shapes', 'shapes.txt', '--force')
+        expected = [list(row) for row in rows]
+        for y in range(20, 25):
+            expected[y][10:50] = [(0xC0, 0x40, 0x20, 0x80)] * 40
+        for x, y in [(3, 3), (4, 3), (3, 4), (4, 4)]:
+            expected[y][x] = (255, 0, 0, 255)
+        self.assertEqual(out(), expected)
+        for shapes, says in [(b'blob 1', 'entry 1 (blob): unknown shape'), (b'line 1 2 3', 'needs 4 numbers'), (b'box 1 2 3 4 #12', 'no colour'),
+                             (b'circle 9 9 4 red round', 'does not understand "round"'), (b'image none.tga 1 1', 'cannot load none.tga'),
+                             (b'polygon ' + planet.encode() + b'\n{\npoint 1 1 1 1\n}', 'three points')]:
+            with self.subTest(says=says):
+                self.write('shapes.txt', shapes + b'\n')
+                self.run_tool('image', 'draw', planet, 'new.tga', '--shapes', 'shapes.txt', exit=1, says=says)
+                self.assertFalse(os.path.exists('new.tga'))
+        self.run_tool('image', 'scale', planet, 'new.tga', '--size', '100,64', exit=2, says='powers of two')
+        self.run_tool('image', 'crop', planet, 'new.tga', '--rect', '200,0,100,5', exit=2, says='256 by 256')
+
 
 class MountedNames(ToolTest):
     def setUp(self):

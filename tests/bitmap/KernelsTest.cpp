@@ -73,7 +73,7 @@ Bytes Pixels(std::mt19937_64& random, std::size_t size)
     for (std::size_t i = 0; i < size;)
     {
         const unsigned kind = random() % 4;
-        for (std::size_t end = std::min(size, i + 4 * (1 + random() % 24)); i < end; ++i)
+        for (std::size_t end = std::min<std::size_t>(size, i + 4 * (1 + random() % 24)); i < end; ++i)
         {
             bytes[i] = static_cast<std::uint8_t>(random());
             if (i % 4 == 3 && kind < 2)

@@ -19,6 +19,14 @@ namespace Zem
 class ArchiveDirectory
 {
 public:
+    /// What the payload of a member begins with. It never changes, so it is looked at once.
+    enum class Content : std::uint8_t
+    {
+        Unknown,
+        Plain,
+        Stream, // compressed
+    };
+
     /// One member.
     struct Record
     {
@@ -26,7 +34,8 @@ public:
         std::uint64_t dataOffset = 0; // of the payload
         std::uint32_t payload = 0;    // bytes
         std::uint32_t hash = 0;       // of the folded name
-        FileEntry entry;              // as stored
+        mutable Content content = Content::Unknown;
+        FileEntry entry; // as stored
     };
 
     constexpr ArchiveDirectory() noexcept = default;

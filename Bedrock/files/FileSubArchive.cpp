@@ -175,13 +175,32 @@ bool FileSubArchive::OpenRead(File& file, const char* name, int, int)
     file.rawEnd = record->dataOffset + record->payload;
     file.sub = this;
     AddUse();
-    // Detection wants the first block.
-    const std::uint32_t block = record->payload < File::blockSize ? record->payload : File::blockSize;
-    const std::uint32_t reads = file.mode & 0xF0;
-    if ((reads == File::ModeRead || reads == File::ModeReadCompressed) && !(file.mode & File::ModeCreate) &&
-        directory.TakeAhead(*record, file.buffer, block))
-        file.readEnd = file.buffer + block;
+    Prefetch(file, *record);
     return true;
+}
+
+// Detection wants the first block, and so does whoever reads. The first open of a member puts it into the buffer; the
+// next ones know what it is, and leave a plain one to the first read.
+void FileSubArchive::Prefetch(File& file, const Record& record)
+{
+    const std::uint32_t reads = file.mode & 0xF0;
+    if ((reads != File::ModeRead && reads != File::ModeReadCompressed) || (file.mode & File::ModeCreate))
+        return;
+    if (record.content == ArchiveDirectory::Content::Plain && reads == File::ModeRead)
+    {
+        file.mode = (file.mode & ~0xF0u) | File::ModeReadPlain;
+        return;
+    }
+    const std::uint32_t block = record.payload < File::blockSize ? record.payload : File::blockSize;
+    std::size_t got = block;
+    if (!directory.TakeAhead(record, file.buffer, block) &&
+        Platform::ReadAt(archiveHandle, record.dataOffset, file.buffer, block, got) != Platform::Status::Ok)
+        return; // detection tries again, and tells
+    file.readEnd = file.buffer + got;
+    if (got < 4 && got < record.payload)
+        return;
+    record.content =
+        got >= 4 && IsId(file.buffer, "CFIL") ? ArchiveDirectory::Content::Stream : ArchiveDirectory::Content::Plain;
 }
 
 void FileSubArchive::CloseFile(File& file)

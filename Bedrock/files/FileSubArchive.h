@@ -66,6 +66,7 @@ private:
     bool OpenExisting();
     bool Recognise(Platform::FileHandle file, std::uint64_t length);
     void CreateNew();
+    void Prefetch(File& file, const Record& record);
     Cursor* CursorAt(std::int32_t index);
 
     // ArchiveWrite.cpp

@@ -130,15 +130,18 @@ File::Result File::Open(const PString& subst, const char* path, std::uint32_t op
         openFlags |= Platform::OpenCreate | Platform::OpenAppend;
 
     constexpr int permission = 0x180; // the owner reads and writes
-    const char* word = subst;
-    if (word && *word)
+    if (const char* word = subst; word && *word)
+    {
+        // Nobody removes the substitute while it is asked.
+        const FileSubstList::Guard guard;
         substitute = FileSubstList::Find(subst);
+        if (substitute && (mode & 0xF0) == 0)
+            substitute->OpenWrite(*this, path, static_cast<int>(openFlags), permission);
+        else if (substitute)
+            substitute->OpenRead(*this, path, static_cast<int>(openFlags), permission);
+    }
     if (!substitute)
         OpenHandle(path, openFlags, mode & 0x0F ? Platform::Share::DenyAll : Platform::Share::DenyWrite);
-    else if ((mode & 0xF0) == 0)
-        substitute->OpenWrite(*this, path, static_cast<int>(openFlags), permission);
-    else
-        substitute->OpenRead(*this, path, static_cast<int>(openFlags), permission);
     if (!IsOpen())
         return RES_FILENOTFOUND;
 

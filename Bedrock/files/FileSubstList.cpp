@@ -6,7 +6,6 @@
 #include <Bedrock/memory/PString.h>
 
 #include <cstring>
-#include <functional>
 
 namespace Zem
 {
@@ -19,7 +18,7 @@ namespace
 // The order of the list says nothing of the texts; it lets a look-up end early.
 bool IsBelow(const PString& a, const PString& b)
 {
-    return std::less<const void*>()(a.GetNode(), b.GetNode());
+    return reinterpret_cast<std::uintptr_t>(a.GetNode()) < reinterpret_cast<std::uintptr_t>(b.GetNode());
 }
 
 const char* Text(const PString& text)

@@ -51,7 +51,7 @@ unsigned SidesOf(const Rect& r, const Rect& c)
 // An old rectangle that a newcomer shares pixels with.
 struct OptimalRects::Meeting
 {
-    std::int32_t left, top, right, bottom; // as it is now; right < left once it is gone
+    std::int32_t left, top, right, bottom;
     RectNode* node;
     std::uint64_t order;
 
@@ -64,7 +64,8 @@ struct OptimalRects::Meeting
 // The meetings of one newcomer, in the order of the list. Whatever becomes of the newcomer, no piece of it will meet
 // another rectangle than these: pieces lie inside of it and apart from each other, and old rectangles only shrink. So
 // the list is searched once, however many pieces there will be; and a piece need not look back at those that the
-// newcomer had passed before it was cut.
+// newcomer had passed before it was cut. What an old rectangle loses, all of it perhaps, lies inside the piece that it
+// gives way to, where no other piece comes: so meetings are never brought up to date.
 class OptimalRects::Meetings
 {
 public:
@@ -246,19 +247,7 @@ void OptimalRects::Drain(Meetings& meetings)
             Join(r);
             continue;
         }
-        Meeting& c = meetings[at];
-        switch (Cut(r, c.node, at))
-        {
-        case Outcome::Trimmed:
-            break;
-        case Outcome::Shrunk:
-            c = Meeting(c.node);
-            break;
-        case Outcome::Gone:
-            c.left = INT32_MAX;
-            c.right = -1;
-            break;
-        }
+        Cut(r, meetings[at].node, at);
     }
 }
 
@@ -283,16 +272,16 @@ void OptimalRects::Process()
 // One step: `r`, off the queue, meets `c`. What is left of `r` goes back on the queue, a piece split off before it.
 // The pieces of codes with two sides start on the last column or row of `c`, and are trimmed when they meet it again:
 // this settles the order of the list, which owners may rely on.
-OptimalRects::Outcome OptimalRects::Cut(RectNode* r, RectNode* c, std::uint64_t search)
+void OptimalRects::Cut(RectNode* r, RectNode* c, std::uint64_t search)
 {
     const std::int32_t right = LastColumn(*r), bottom = LastRow(*r);
     const std::int32_t cright = LastColumn(*c), cbottom = LastRow(*c);
-    Outcome outcome = Outcome::Trimmed;
+    bool isUsedUp = false; // the old one
     switch (SidesOf(*r, *c))
     {
     case Nowhere:
         delete r;
-        return outcome;
+        return;
     case Left:
         r->width = c->x - r->x;
         break;
@@ -334,34 +323,33 @@ OptimalRects::Outcome OptimalRects::Cut(RectNode* r, RectNode* c, std::uint64_t 
         r->height = c->y - r->y;
         break;
     case Left | Right | Above: // the old one loses its top
-        outcome = bottom < cbottom ? Outcome::Shrunk : Outcome::Gone;
-        if (outcome == Outcome::Shrunk)
+        isUsedUp = bottom == cbottom;
+        if (!isUsedUp)
             Narrow(c, Rect(c->x, bottom + 1, c->width, cbottom - bottom));
         break;
     case Left | Right | Below: // its bottom
-        outcome = r->y > c->y ? Outcome::Shrunk : Outcome::Gone;
-        if (outcome == Outcome::Shrunk)
+        isUsedUp = r->y == c->y;
+        if (!isUsedUp)
             Narrow(c, Rect(c->x, c->y, c->width, r->y - c->y));
         break;
     case Left | Above | Below: // its left
-        outcome = right < cright ? Outcome::Shrunk : Outcome::Gone;
-        if (outcome == Outcome::Shrunk)
+        isUsedUp = right == cright;
+        if (!isUsedUp)
             Narrow(c, Rect(right + 1, c->y, cright - right, c->height));
         break;
     case Right | Above | Below: // its right
-        outcome = r->x > c->x ? Outcome::Shrunk : Outcome::Gone;
-        if (outcome == Outcome::Shrunk)
+        isUsedUp = r->x == c->x;
+        if (!isUsedUp)
             Narrow(c, Rect(c->x, c->y, r->x - c->x, c->height));
         break;
     default: // all four: covered
-        outcome = Outcome::Gone;
+        isUsedUp = true;
         break;
     }
-    if (outcome == Outcome::Gone)
+    if (isUsedUp)
         Take(c);
     r->order = search + 1;
     pending.AddTail(r);
-    return outcome;
 }
 
 void OptimalRects::QueuePiece(std::int32_t x, std::int32_t y, std::int32_t width, std::int32_t height,

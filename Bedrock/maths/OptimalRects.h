@@ -115,16 +115,9 @@ private:
     struct Meeting;
     class Meetings;
 
-    enum class Outcome
-    {
-        Trimmed, // the newcomer is smaller, or gone
-        Shrunk,  // the old one is smaller
-        Gone     // the old one is off the list
-    };
-
     static bool Clip(Rect& r);
     static void Free(NodeList& list);
-    Outcome Cut(RectNode* r, RectNode* c, std::uint64_t search);
+    void Cut(RectNode* r, RectNode* c, std::uint64_t search);
     void QueuePiece(std::int32_t x, std::int32_t y, std::int32_t width, std::int32_t height, std::uint64_t search);
     void Join(RectNode* r);
     void Take(RectNode* c);

@@ -42,6 +42,7 @@ TEST(Scale, GivesTheTruncatedMeanOfEachBlock)
         {"a copy", 64, 32, 64, 32},
         {"blocks of 4 by 16", 256, 256, 64, 16},
         {"halves", 32, 32, 16, 16},
+        {"sums past 16 bits", 64, 32, 2, 2},
         {"columns alone", 16, 64, 16, 1},
         {"rows alone", 64, 16, 1, 16},
         {"narrow", 1, 8, 1, 2},
@@ -85,12 +86,16 @@ TEST(Scale, GivesTheTruncatedMeanOfEachBlock)
                             << x << ' ' << y << ' ' << channel;
                     }
         }
-    // The brightest sums of all fill their numbers to the last bit.
-    Bitmap white(Size{1024, 512}, Bitmap::ARGB32, nullptr);
-    white.Clear(0xFFFFFFFFu);
-    const Owned one(white.Scale(1, 1)), two(white.Scale(1, 2));
-    EXPECT_EQ(static_cast<std::uint32_t>(one->Pixel(Point{0, 0})), 0xFFFFFFFFu);
-    EXPECT_EQ(static_cast<std::uint32_t>(two->Pixel(Point{0, 1})), 0xFFFFFFFFu);
+    // White: the greatest sums of 16 bits, of a part, and of more than 32 bits.
+    for (const auto& [size, to] :
+         {std::pair{Size{1024, 512}, Size{64, 32}}, {Size{1024, 512}, Size{1, 2}}, {Size{1, 1 << 25}, Size{1, 1}}})
+    {
+        Bitmap white(size, Bitmap::ARGB32, nullptr);
+        std::memset(white.GetPtr(), 0xFF, white.GetNumBytes());
+        const Owned result(white.Scale(to.width, to.height));
+        EXPECT_EQ(static_cast<std::uint32_t>(result->Pixel(Point{to.width - 1, to.height - 1})), 0xFFFFFFFFu)
+            << size.width;
+    }
 }
 
 TEST(Scale, RefusesWhatItCannotDo)

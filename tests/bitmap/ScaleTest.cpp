@@ -1,4 +1,5 @@
 #include <Bedrock/bitmap/Bitmap.h>
+#include <Bedrock/memory/AllocReport.h>
 
 #include "support/Support.h"
 
@@ -170,6 +171,20 @@ TEST(Crop, CopiesTheRowsOfARectangle)
     ASSERT_TRUE(empty);
     EXPECT_EQ(empty->GetFormat(), Bitmap::Blob);
     EXPECT_EQ(empty->GetNumBytes(), 0u);
+}
+
+TEST(Scale, GivesNullOnAnExhaustedHeap)
+{
+    Bitmap image(Size{8, 8}, Bitmap::ARGB32, nullptr);
+    for (const std::uint32_t served : {0u, 1u}) // the object, then its pixels
+    {
+        {
+            const AllocFailureForTest failure(served);
+            EXPECT_FALSE(image.Scale(4, 4));
+        }
+        const AllocFailureForTest failure(served);
+        EXPECT_FALSE(image.Crop(Rect(1, 1, 3, 3)));
+    }
 }
 
 } // namespace

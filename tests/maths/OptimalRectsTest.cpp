@@ -1,4 +1,5 @@
 #include <Bedrock/maths/OptimalRects.h>
+#include <Bedrock/memory/AllocReport.h>
 
 #include "support/Support.h"
 
@@ -318,6 +319,61 @@ TEST(OptimalRects, ProcessCutsWhatWaits)
         ASSERT_EQ(List(set), model.rects) << round;
     }
     set.Queue(draw()); // freed with the set
+}
+
+// Memory runs out at any point of a call, while the list is short, long, and just long enough to be looked up by place.
+TEST(OptimalRects, StaysSoundWithoutMemory)
+{
+    auto random = ::Test::Random(0x0473);
+    const auto draw = [&](int most)
+    {
+        return Rect(static_cast<int>(random() % 80), static_cast<int>(random() % 80),
+                    1 + static_cast<int>(random() % static_cast<unsigned>(most)),
+                    1 + static_cast<int>(random() % static_cast<unsigned>(most)));
+    };
+    int whole = 0, cut = 0;
+    for (const std::size_t held : {3u, 23u, 24u, 47u, 300u})
+        for (std::uint32_t turn = 0; turn < 60; ++turn)
+        {
+            SCOPED_TRACE(testing::Message() << held << " rectangles, turn " << turn);
+            OptimalRects set;
+            Model model;
+            while (model.rects.size() < held)
+            {
+                const Rect r = draw(10);
+                set.Invalidate(r);
+                model.Invalidate(r);
+            }
+            Screen most(160, 160), painted(160, 160);
+            const Rect r = draw(40);
+            most.Add(r);
+            for (const Rect& old : set)
+                most.Add(old);
+            {
+                const AllocFailureForTest failure(turn % 6);
+                set.Invalidate(r);
+            }
+            model.Invalidate(r);
+            const bool equal = List(set) == model.rects;
+            ++(equal ? whole : cut);
+            for (const Rect& c : set)
+                painted.Add(c);
+            for (std::size_t i = 0; i < painted.counts.size(); ++i)
+            {
+                ASSERT_LE(painted.counts[i], most.counts[i] ? 1 : 0);
+                ASSERT_TRUE(!equal || painted.counts[i] == (most.counts[i] ? 1 : 0));
+            }
+            model.rects = List(set);
+            for (int i = 0; i < 40; ++i) // and all is well again
+            {
+                const Rect next = draw(20);
+                set.Invalidate(next);
+                model.Invalidate(next);
+            }
+            ASSERT_EQ(List(set), model.rects);
+        }
+    EXPECT_GT(whole, 10);
+    EXPECT_GT(cut, 10);
 }
 
 } // namespace

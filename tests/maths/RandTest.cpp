@@ -1,5 +1,6 @@
 #include <Bedrock/maths/LCRand.h>
 #include <Bedrock/maths/Rand.h>
+#include <Bedrock/memory/AllocReport.h>
 #include <Bedrock/threads/Time.h>
 
 #include "support/Support.h"
@@ -262,14 +263,21 @@ TEST(Rand, GaussianFollowsThePolarMethodInPairs)
     EXPECT_EQ(a.Gaussian(0, 1), left);
 }
 
-// Not seeded yet, an object still gives something, the same every time; and a table that no heap holds does no harm.
+// Not seeded yet, an object still gives something, the same every time; and so does one without tables.
 TEST(Rand, IsHarmlessWithoutASeedOrATable)
 {
-    Rand a, b, none(250, sizeof(void*) == 4 ? INT32_MAX : 0); // 64 bits might well find 8 GB
+    Rand a, b;
     for (int i = 0; i < 600; ++i)
         ASSERT_EQ(a.GetRandom(), b.GetRandom());
-    none.SetSeed(5);
-    EXPECT_TRUE(std::isfinite(none.Gaussian(0, 1)) && std::isfinite(none.Gaussian(0, 1)));
+    for (const std::uint32_t served : {0u, 1u})
+    {
+        const AllocFailureForTest failure(served);
+        Rand none;
+        EXPECT_TRUE(AllocFailureForTest::HasFailed());
+        none.SetSeed(5);
+        for (int i = 0; i < 600; ++i)
+            ASSERT_TRUE(std::isfinite(none.Gaussian(0, 1)));
+    }
 }
 
 TEST(Rand, RandomiseTakesTheClockOrTheLockedFrameClock)

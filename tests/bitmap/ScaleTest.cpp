@@ -91,9 +91,11 @@ TEST(Scale, GivesTheTruncatedMeanOfEachBlock)
     for (const auto& [size, to] :
          {std::pair{Size{1024, 512}, Size{64, 32}}, {Size{1024, 512}, Size{1, 2}}, {Size{1, 1 << 25}, Size{1, 1}}})
     {
-        Bitmap white(size, Bitmap::ARGB32, nullptr);
-        std::memset(white.GetPtr(), 0xFF, white.GetNumBytes());
+        std::vector<unsigned char> memory(
+            4u * static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height), 255);
+        const Bitmap white(size, Bitmap::ARGB32, memory.data());
         const Owned result(white.Scale(to.width, to.height));
+        ASSERT_TRUE(result);
         EXPECT_EQ(static_cast<std::uint32_t>(result->Pixel(Point{to.width - 1, to.height - 1})), 0xFFFFFFFFu)
             << size.width;
     }

@@ -183,7 +183,7 @@ constinit std::atomic<std::uint32_t> largeBytes{0};
 
 // ---- magazines
 
-constexpr std::uint32_t magazineClasses = 80; // those below have magazines: up to 628 bytes
+constexpr std::uint32_t magazineClasses = 128; // those below have magazines: up to 1,012 bytes
 constexpr std::uint32_t MagazineSlots(std::uint32_t c)
 {
     return c == 0 ? 0 : std::clamp<std::uint32_t>(LimitOf(c) / 4, 2, 32);

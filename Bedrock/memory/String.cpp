@@ -20,19 +20,26 @@ int Sign(int order)
     return (order > 0) - (order < 0);
 }
 
-// The two cases of a byte. Below 128 they follow ASCII whatever the locale is.
+// The two cases of a byte.
 struct Cases
 {
     unsigned char lower;
     unsigned char upper;
+
+    bool Has(unsigned char byte) const { return byte == lower || byte == upper; }
 };
 
-Cases CasesOf(unsigned c)
+Cases LocaleCases(unsigned char c)
 {
-    c &= 0xFF;
+    return {static_cast<unsigned char>(Platform::ToLower(c)), static_cast<unsigned char>(Platform::ToUpper(c))};
+}
+
+// Below 128 by ASCII rules whatever the locale is.
+Cases CasesOf(unsigned char c)
+{
     if (c >= 128)
-        return {static_cast<unsigned char>(Platform::ToLower(c)), static_cast<unsigned char>(Platform::ToUpper(c))};
-    Cases cases = {static_cast<unsigned char>(c), static_cast<unsigned char>(c)};
+        return LocaleCases(c);
+    Cases cases = {c, c};
     if (c >= 'A' && c <= 'Z')
         cases.lower = static_cast<unsigned char>(c | 0x20);
     else if (c >= 'a' && c <= 'z')
@@ -40,31 +47,32 @@ Cases CasesOf(unsigned c)
     return cases;
 }
 
-// The first byte at or behind `at` that is one of two; null if a zero byte or `end` comes first.
-//
-// Eight bytes at a time. `(x - 0x01..) & ~x & 0x80..` marks the zero bytes of x; above the first one a mark may be
-// false, so only the lowest one is used, and `x` is the text xor-ed with the byte that is looked for.
-const char* FindEither(const char* at, const char* end, Cases cases)
+// The first place from `at` to before `end` whose byte is one of `first` and the following one of `second`; null if there
+// is none. With no `second` the first byte decides, otherwise the byte at `end` can be read.
+const char* FindPair(const char* at, const char* end, Cases first, const Cases* second)
 {
-    constexpr std::uint64_t ones = 0x0101010101010101u;
-    constexpr std::uint64_t tops = 0x8080808080808080u;
-    const auto zeros = [](std::uint64_t x) { return (x - ones) & ~x & tops; };
-    const std::uint64_t lower = ones * cases.lower;
-    const std::uint64_t upper = ones * cases.upper;
-    const auto isEnd = [&](char c) { return c == '\0'; };
-    for (; end - at >= 8; at += 8)
+    // 16 places at a time, in the compiler's own vectors: a comparison makes bytes of all ones.
+    using Bytes = unsigned char __attribute__((vector_size(16)));
+    const auto load = [](const char* from)
     {
-        std::uint64_t word;
-        std::memcpy(&word, at, 8);
-        if ((zeros(word) | zeros(word ^ lower) | zeros(word ^ upper)) != 0)
+        Bytes bytes;
+        std::memcpy(&bytes, from, sizeof bytes);
+        return bytes;
+    };
+    const auto match = [](Bytes bytes, Cases cases) { return (bytes == cases.lower) | (bytes == cases.upper); };
+    for (; end - at >= 16; at += 16)
+    {
+        auto hits = match(load(at), first);
+        if (second)
+            hits &= match(load(at + 1), *second);
+        std::uint64_t halves[2];
+        std::memcpy(halves, &hits, sizeof halves);
+        if ((halves[0] | halves[1]) != 0)
             break;
     }
-    for (; at < end && !isEnd(*at); ++at)
-    {
-        const auto byte = static_cast<unsigned char>(*at);
-        if (byte == cases.lower || byte == cases.upper)
+    for (; at < end; ++at)
+        if (first.Has(static_cast<unsigned char>(*at)) && (!second || second->Has(static_cast<unsigned char>(at[1]))))
             return at;
-    }
     return nullptr;
 }
 
@@ -411,22 +419,28 @@ int String::FindIgnoreCase(const char* text, unsigned c, unsigned start) noexcep
     if (!text || (c & 0xFF) == 0)
         return -1;
     const char* at = text + start;
-    const char* hit = FindEither(at, at + std::strlen(at), CasesOf(c));
+    const char* hit = FindPair(at, at + std::strlen(at), CasesOf(static_cast<unsigned char>(c)), nullptr);
     return hit ? static_cast<int>(hit - text) : -1;
 }
 
+// Two bytes are looked for at once, so that few places are left to be compared as a whole.
 int String::FindIgnoreCase(const char* text, unsigned textLength, const char* s, unsigned start) noexcept
 {
     if (!text || !s)
         return -1;
     if (*s == '\0')
         return static_cast<int>(start);
-    const std::size_t n = std::strlen(s);
-    if (start > textLength || textLength - start < n)
+    if (start > textLength)
         return -1;
-    const Cases first = CasesOf(static_cast<unsigned char>(*s));
-    const char* end = text + textLength - n + 1; // behind the last place where it could begin
-    for (const char* at = text + start; (at = FindEither(at, end, first)) != nullptr; ++at)
+    const void* zero = std::memchr(text + start, 0, textLength - start);
+    const char* textEnd = zero ? static_cast<const char*>(zero) : text + textLength;
+    const std::size_t n = std::strlen(s);
+    if (static_cast<std::size_t>(textEnd - (text + start)) < n)
+        return -1;
+    const Cases first = CasesOf(static_cast<unsigned char>(s[0]));
+    const Cases second = LocaleCases(static_cast<unsigned char>(s[1]));
+    const char* end = textEnd - n + 1; // behind the last place where it could begin
+    for (const char* at = text + start; (at = FindPair(at, end, first, n > 1 ? &second : nullptr)) != nullptr; ++at)
         if (Platform::CompareIgnoreCase(at, s, n) == 0)
             return static_cast<int>(at - text);
     return -1;

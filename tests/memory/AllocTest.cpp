@@ -122,7 +122,7 @@ TEST(Alloc, GivesTheBlockFreedLastAndKeepsToTheLimit)
     {
         std::size_t size;
         unsigned c, limit;
-    } rows[] = {{4, 1, 1025}, {124, 16, 65}, {620, 78, 14}, {700, 88, 12}, {4084, 511, 3}};
+    } rows[] = {{4, 1, 1025}, {124, 16, 65}, {620, 78, 14}, {1300, 163, 7}, {4084, 511, 3}};
     for (const auto& row : rows)
     {
         SCOPED_TRACE(row.size);

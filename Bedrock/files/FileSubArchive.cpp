@@ -84,6 +84,9 @@ bool FileSubArchive::Recognise(Platform::FileHandle file, std::uint64_t length)
     {
         const std::uint32_t size = Get32(chunk + 4);
         at += chunkHeaderSize;
+        // A chunk that a torn end holds goes with it, so it says nothing of the archive.
+        if (at + size > length || (IsId(chunk, "FIL ") && size < entrySize))
+            return false;
         if (IsId(chunk, "INFO"))
         {
             std::uint8_t info[8];

@@ -36,10 +36,14 @@
 
 // Threads, time and scheduling
 #include <Bedrock/threads/CriticalSection.h>
+#include <Bedrock/threads/MultiLock.h>
+#include <Bedrock/threads/Mutex.h>
+#include <Bedrock/threads/Semaphore.h>
 #include <Bedrock/threads/SingleLock.h>
 #include <Bedrock/threads/SyncObject.h>
 #include <Bedrock/threads/Thread.h>
 #include <Bedrock/threads/Time.h>
+#include <Bedrock/threads/WEvent.h>
 
 // Maths and display helpers
 #include <Bedrock/maths/Color.h>

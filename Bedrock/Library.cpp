@@ -9,6 +9,7 @@
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Module.h>
+#include <Bedrock/platform/Wait.h>
 #include <Bedrock/threads/Time.h>
 
 #include <clocale>
@@ -24,6 +25,13 @@ namespace
 
 // The allocator: from here on threads keep freed blocks to themselves.
 [[maybe_unused]] const Alloc alloc;
+
+// The ends of threads: from here on a mutex notices that its owner is gone.
+[[maybe_unused]] const struct Waits
+{
+    Waits() noexcept { Platform::OpenWaits(); }
+    ~Waits() { Platform::CloseWaits(); }
+} waits;
 
 } // namespace
 

@@ -1,18 +1,24 @@
 #include <Bedrock/threads/SyncObject.h>
 
+#include <Bedrock/platform/Wait.h>
+
 namespace Zem
 {
 
-SyncObject::~SyncObject() = default;
+SyncObject::~SyncObject()
+{
+    Platform::CloseWaitable(static_cast<Platform::Waitable*>(handle));
+    handle = nullptr;
+}
 
 SyncObject::operator void*() noexcept
 {
     return handle;
 }
 
-bool SyncObject::Lock(std::uint32_t) noexcept
+bool SyncObject::Lock(std::uint32_t timeout) noexcept
 {
-    return false;
+    return Platform::WaitForOne(static_cast<Platform::Waitable*>(handle), timeout) == Platform::WaitSignalled;
 }
 
 bool SyncObject::Unlock(std::uint32_t) noexcept

@@ -1,10 +1,11 @@
 #include <Bedrock/platform/Lock.h>
 
+#include <Bedrock/platform/posix/ThreadIdentity.h>
+
 #include <cerrno>
 #include <ctime>
 #include <linux/futex.h>
 #include <linux/membarrier.h>
-#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -36,30 +37,6 @@ constexpr unsigned SpinTurns = 12;
 // goes to sleep meanwhile looks again after a millisecond.
 constinit std::atomic<bool> hasBarrier{true};
 
-// What tells threads apart. Not the kernel's thread number: that one costs a system call, and a remembered one would be
-// wrong in a forked child. The address of the thread's control block is both, and pthread_self() without a call.
-inline std::uintptr_t Self()
-{
-#if defined(__x86_64__)
-    std::uintptr_t self;
-    __asm__("mov %%fs:0, %0" : "=r"(self));
-    return self;
-#elif defined(__i386__)
-    std::uintptr_t self;
-    __asm__("mov %%gs:0, %0" : "=r"(self));
-    return self;
-#else
-    return static_cast<std::uintptr_t>(pthread_self());
-#endif
-}
-
-inline void Pause()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-}
-
 // The part of the owner that the kernel compares: its low 32 bits.
 std::uint32_t* KernelWord(std::atomic<std::uintptr_t>& owner)
 {
@@ -79,7 +56,7 @@ bool BarrierOnAllThreads()
 
 bool Lock::Enter() noexcept
 {
-    const std::uintptr_t self = Self();
+    const std::uintptr_t self = ThreadIdentity();
     std::uintptr_t holder = owner.load(std::memory_order_relaxed);
     // Only this thread ever stores its own identity, so what it reads of it is right without any order.
     if (holder == self)
@@ -96,7 +73,7 @@ bool Lock::Enter() noexcept
 
 bool Lock::TryEnter() noexcept
 {
-    const std::uintptr_t self = Self();
+    const std::uintptr_t self = ThreadIdentity();
     std::uintptr_t holder = owner.load(std::memory_order_relaxed);
     if (holder == self)
     {
@@ -137,7 +114,7 @@ bool Lock::EnterContended(std::uintptr_t self) noexcept
     for (unsigned turn = 0; turn < SpinTurns; ++turn)
     {
         for (unsigned pause = 0; pause < 1u << (turn < 6 ? turn : 6); ++pause)
-            Pause();
+            EaseProcessor();
         if (take())
         {
             depth = 1;

@@ -1,0 +1,625 @@
+// Waitable objects of one process.
+//
+// The state of an object is one word: the owner of a mutex, the count of a semaphore, the signal of an event, and flags
+// in the lowest bits. As long as nobody waits, taking and giving is one compare-and-swap on that word.
+//
+// Everything else happens under the one dispatcher lock. Who holds it first sets `Slow` in the words of the objects
+// concerned; from then on only holders of the lock change these words, for a swap from a word without `Slow` fails.
+// So a wait for all of several objects looks at them and takes them as one step. An object keeps `Slow` while somebody
+// waits for it. A waiter links one block for each object into the object's list, first come first served, and sleeps on a
+// word of its own; who signals an object takes it, and all else that the waiter wants, in the waiter's name, writes the
+// result and wakes exactly that one. What a waiter can have it thus has before it wakes.
+//
+// A thread keeps a list of the mutexes it owns, which it alone touches; at its end they are left behind.
+
+#include <Bedrock/platform/Wait.h>
+
+#include <Bedrock/platform/Lock.h>
+#include <Bedrock/platform/posix/ThreadIdentity.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <linux/futex.h>
+#include <new>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Zem::Platform
+{
+
+namespace
+{
+
+constexpr std::uintptr_t Slow = 1;      // in a word: only the holder of the dispatcher lock may change it
+constexpr std::uintptr_t LeftOwner = 2; // in a mutex's word: its owner ended
+constexpr std::uintptr_t One = 2;       // in the word of a semaphore or event: one signal
+
+// Looks at the own word before going to sleep: an answer of another thread that is at it already comes within a
+// microsecond or two, a sleep costs several.
+constexpr int SpinTurns = 60;
+
+enum class Kind : std::uint8_t
+{
+    Mutex,
+    Semaphore,
+    AutoEvent,
+    ManualEvent
+};
+
+struct Wait;
+
+// One waiter's place in the list of one object.
+struct Block
+{
+    Block* next;
+    Block* prev;
+    Wait* wait;
+};
+
+} // namespace
+
+struct Waitable
+{
+    std::atomic<std::uintptr_t> word;
+    Kind kind;
+    bool isClosed;       // the handle is gone: the object goes with its last waiter or owner
+    std::uint32_t depth; // entries of the owner; his alone
+    std::uint32_t maximum;
+    Block* first; // guarded by the dispatcher lock
+    Block* last;
+    Waitable* nextOwned; // the owner's list
+    Waitable* prevOwned;
+};
+
+namespace
+{
+
+// One call that waits. Everything but `done` is guarded by the dispatcher lock until `done` is 1.
+struct Wait
+{
+    std::atomic<std::uint32_t> done{0};
+    std::uint32_t result = WaitFailed;
+    std::uintptr_t thread;
+    Waitable* const* objects;
+    std::uint32_t count;
+    bool all;
+    Block blocks[longestWait];
+};
+
+constinit Lock dispatcher;
+constinit pthread_key_t endKey;
+constinit std::atomic<bool> hasEndKey{false};
+
+struct ThreadRecord
+{
+    Waitable* owned; // mutexes, the one taken last first
+    bool isWatched;  // the end of the thread will be noticed
+};
+constinit thread_local ThreadRecord mine __attribute__((tls_model("initial-exec"))) = {nullptr, false};
+
+std::uintptr_t Owner(std::uintptr_t mutexWord)
+{
+    return mutexWord & ~(Slow | LeftOwner);
+}
+
+std::uintptr_t Signals(std::uintptr_t word)
+{
+    return word / One;
+}
+
+// ------------------------------------------------------------------------------------------------- owned mutexes
+
+void LinkOwned(Waitable& object)
+{
+    object.prevOwned = nullptr;
+    object.nextOwned = mine.owned;
+    if (mine.owned)
+        mine.owned->prevOwned = &object;
+    mine.owned = &object;
+    if (!mine.isWatched) [[unlikely]]
+        mine.isWatched = hasEndKey.load(std::memory_order_acquire) && pthread_setspecific(endKey, &endKey) == 0;
+}
+
+void UnlinkOwned(Waitable& object)
+{
+    if (object.nextOwned)
+        object.nextOwned->prevOwned = object.prevOwned;
+    (object.prevOwned ? object.prevOwned->nextOwned : mine.owned) = object.nextOwned;
+}
+
+// ------------------------------------------------------------------------------- under the dispatcher lock, `Slow` set
+
+std::uintptr_t WordOf(const Waitable& object)
+{
+    return object.word.load(std::memory_order_relaxed);
+}
+
+void MarkSlow(Waitable& object)
+{
+    object.word.fetch_or(Slow, std::memory_order_acq_rel);
+}
+
+// Ends the dispatcher's hold on an object when nobody waits for it. May free it.
+void Unmark(Waitable& object)
+{
+    if (object.first)
+        return;
+    const std::uintptr_t word = WordOf(object);
+    if (!object.isClosed)
+        object.word.store(word & ~Slow, std::memory_order_release);
+    else if (object.kind != Kind::Mutex || Owner(word) == 0)
+        std::free(&object);
+    // A closed mutex that another thread owns keeps its mark: it goes when its owner releases it or ends.
+}
+
+bool IsAvailable(const Waitable& object, std::uintptr_t thread)
+{
+    const std::uintptr_t word = WordOf(object);
+    if (object.kind != Kind::Mutex)
+        return Signals(word) != 0;
+    return Owner(word) == 0 || Owner(word) == thread;
+}
+
+// Takes an available object for a thread. Returns: whether it was left behind by its owner.
+bool Take(Waitable& object, std::uintptr_t thread)
+{
+    const std::uintptr_t word = WordOf(object);
+    switch (object.kind)
+    {
+    case Kind::Mutex:
+        if (Owner(word) == thread)
+            ++object.depth;
+        else
+        {
+            object.word.store(thread | Slow, std::memory_order_relaxed);
+            object.depth = 1;
+        }
+        return (word & LeftOwner) != 0;
+    case Kind::Semaphore:
+    case Kind::AutoEvent:
+        object.word.store(word - One, std::memory_order_relaxed);
+        return false;
+    case Kind::ManualEvent:
+        break;
+    }
+    return false;
+}
+
+// Takes what the wait wants if it can have it now, and tells in its result.
+bool TryTake(Wait& wait)
+{
+    if (!wait.all)
+    {
+        for (std::uint32_t n = 0; n < wait.count; ++n)
+            if (IsAvailable(*wait.objects[n], wait.thread))
+            {
+                wait.result = n + (Take(*wait.objects[n], wait.thread) ? WaitAbandoned : WaitSignalled);
+                return true;
+            }
+        return false;
+    }
+    for (std::uint32_t n = 0; n < wait.count; ++n)
+        if (!IsAvailable(*wait.objects[n], wait.thread))
+            return false;
+    wait.result = WaitSignalled;
+    for (std::uint32_t n = wait.count; n-- > 0;)
+        if (Take(*wait.objects[n], wait.thread))
+            wait.result = WaitAbandoned + n;
+    return true;
+}
+
+void LinkBlocks(Wait& wait)
+{
+    for (std::uint32_t n = 0; n < wait.count; ++n)
+    {
+        Waitable& object = *wait.objects[n];
+        Block& block = wait.blocks[n];
+        block = {nullptr, object.last, &wait};
+        (object.last ? object.last->next : object.first) = &block;
+        object.last = &block;
+    }
+}
+
+void UnlinkBlocks(Wait& wait)
+{
+    for (std::uint32_t n = 0; n < wait.count; ++n)
+    {
+        Waitable& object = *wait.objects[n];
+        Block& block = wait.blocks[n];
+        (block.next ? block.next->prev : object.last) = block.prev;
+        (block.prev ? block.prev->next : object.first) = block.next;
+    }
+}
+
+// Holds the dispatcher lock, and wakes after it is released whoever was served meanwhile.
+class Dispatch
+{
+public:
+    Dispatch() { dispatcher.Enter(); }
+    ~Dispatch()
+    {
+        dispatcher.Leave();
+        for (std::uint32_t n = 0; n < count; ++n)
+            Wake(words[n]);
+    }
+    Dispatch(const Dispatch&) = delete;
+    Dispatch& operator=(const Dispatch&) = delete;
+
+    // Serves the waiters of an object whose state has grown, in their order, as far as it goes.
+    void Serve(Waitable& object)
+    {
+        for (Block* block = object.first; block;)
+        {
+            Wait& wait = *block->wait;
+            Block* next = block->next;
+            if (TryTake(wait))
+            {
+                // A wait may name one object twice; its second block goes together with the first.
+                while (next && next->wait == &wait)
+                    next = next->next;
+                UnlinkBlocks(wait);
+                for (std::uint32_t n = 0; n < wait.count; ++n)
+                    if (wait.objects[n] != &object && IsFirstMention(wait, n))
+                        Unmark(*wait.objects[n]);
+                // From here on the waiter's stack may go: only the address of its word is kept, and a wake that comes
+                // too late finds nobody there.
+                auto* word = reinterpret_cast<std::uint32_t*>(&wait.done);
+                wait.done.store(1, std::memory_order_release);
+                if (count == sizeof(words) / sizeof(words[0]))
+                    Wake(word);
+                else
+                    words[count++] = word;
+            }
+            if (!CanServe(object))
+                break;
+            block = next;
+        }
+    }
+
+    static bool IsFirstMention(const Wait& wait, std::uint32_t n)
+    {
+        for (std::uint32_t earlier = 0; earlier < n; ++earlier)
+            if (wait.objects[earlier] == wait.objects[n])
+                return false;
+        return true;
+    }
+
+private:
+    static bool CanServe(const Waitable& object)
+    {
+        // The owner of a mutex may wait for it together with something else: he alone could be served still, and he
+        // will be when that other thing is signalled.
+        return IsAvailable(object, 0);
+    }
+
+    static void Wake(std::uint32_t* word)
+    {
+        syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    }
+
+    std::uint32_t* words[32];
+    std::uint32_t count = 0;
+};
+
+// ------------------------------------------------------------------------------------------------------- the quick way
+
+// Takes an object that nobody waits for. False: not available at this moment, or the slow way must say.
+bool TakeQuickly(Waitable& object)
+{
+    std::uintptr_t word = object.word.load(std::memory_order_relaxed);
+    switch (object.kind)
+    {
+    case Kind::Mutex:
+    {
+        const std::uintptr_t self = ThreadIdentity();
+        if (Owner(word) == self)
+        {
+            ++object.depth;
+            return true;
+        }
+        word = 0;
+        if (!object.word.compare_exchange_strong(word, self, std::memory_order_acquire, std::memory_order_relaxed))
+            return false;
+        object.depth = 1;
+        LinkOwned(object);
+        return true;
+    }
+    case Kind::Semaphore:
+    case Kind::AutoEvent:
+        while (word >= One && !(word & Slow))
+            if (object.word.compare_exchange_weak(word, word - One, std::memory_order_acquire,
+                                                  std::memory_order_relaxed))
+                return true;
+        return false;
+    case Kind::ManualEvent:
+        return object.word.load(std::memory_order_acquire) == One;
+    }
+    return false;
+}
+
+// Sleeps until the wait is served or the time has come. False: the time came first.
+bool SleepUntilDone(Wait& wait, const timespec* deadline)
+{
+    for (int turn = 0; turn < SpinTurns; ++turn)
+    {
+        if (wait.done.load(std::memory_order_acquire))
+            return true;
+        EaseProcessor();
+    }
+    while (!wait.done.load(std::memory_order_acquire))
+    {
+        const long result = syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&wait.done),
+                                    FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG, 0, deadline, nullptr,
+                                    FUTEX_BITSET_MATCH_ANY);
+        if (result != 0 && errno == ETIMEDOUT)
+            return false;
+    }
+    return true;
+}
+
+timespec DeadlineAfter(std::uint32_t milliseconds)
+{
+    timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    time.tv_sec += static_cast<std::time_t>(milliseconds / 1000);
+    time.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
+    if (time.tv_nsec >= 1'000'000'000)
+    {
+        time.tv_nsec -= 1'000'000'000;
+        ++time.tv_sec;
+    }
+    return time;
+}
+
+std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all, std::uint32_t timeout)
+{
+    const int saved = errno;
+    timespec deadline;
+    if (timeout != 0 && timeout != 0xFFFFFFFF)
+        deadline = DeadlineAfter(timeout);
+    Wait wait;
+    wait.thread = ThreadIdentity();
+    wait.objects = objects;
+    wait.count = count;
+    wait.all = all;
+
+    const auto unmarkAll = [&] {
+        for (std::uint32_t n = 0; n < count; ++n)
+            if (Dispatch::IsFirstMention(wait, n))
+                Unmark(*objects[n]);
+    };
+    bool isServed;
+    {
+        const LockGuard guard(dispatcher);
+        for (std::uint32_t n = 0; n < count; ++n)
+            MarkSlow(*objects[n]);
+        isServed = TryTake(wait);
+        if (isServed || timeout == 0)
+            unmarkAll();
+        else
+            LinkBlocks(wait);
+    }
+    if (!isServed && timeout != 0)
+    {
+        isServed = SleepUntilDone(wait, timeout == 0xFFFFFFFF ? nullptr : &deadline);
+        if (!isServed)
+        {
+            const LockGuard guard(dispatcher);
+            isServed = wait.done.load(std::memory_order_acquire) != 0; // served at the last moment
+            if (!isServed)
+            {
+                UnlinkBlocks(wait);
+                unmarkAll();
+            }
+        }
+    }
+    errno = saved;
+    if (!isServed)
+        return WaitTimedOut;
+
+    // What was taken and is a mutex that was not the caller's before.
+    const std::uint32_t taken = wait.result >= WaitAbandoned ? wait.result - WaitAbandoned : wait.result;
+    for (std::uint32_t n = all ? 0 : taken; n < (all ? count : taken + 1); ++n)
+        if (objects[n]->kind == Kind::Mutex && objects[n]->depth == 1)
+            LinkOwned(*objects[n]);
+    return wait.result;
+}
+
+// The mutexes that a thread owns at its end are left behind.
+void LeaveOwned(void*)
+{
+    mine.isWatched = false;
+    while (Waitable* object = mine.owned)
+    {
+        UnlinkOwned(*object);
+        object->depth = 0;
+        Dispatch dispatch;
+        object->word.store(Slow | LeftOwner, std::memory_order_release);
+        dispatch.Serve(*object);
+        Unmark(*object);
+    }
+}
+
+Waitable* Create(Kind kind, std::uintptr_t word, std::uint32_t maximum, const char* name)
+{
+    void* memory = name ? nullptr : std::malloc(sizeof(Waitable));
+    if (!memory)
+        return nullptr;
+    return new (memory) Waitable{word, kind, false, 0, maximum, nullptr, nullptr, nullptr, nullptr};
+}
+
+} // namespace
+
+void OpenWaits() noexcept
+{
+    if (!hasEndKey.load() && pthread_key_create(&endKey, LeaveOwned) == 0)
+        hasEndKey.store(true, std::memory_order_release);
+}
+
+void CloseWaits() noexcept
+{
+    if (hasEndKey.exchange(false))
+        pthread_key_delete(endKey);
+}
+
+Waitable* CreateMutex(bool owned, const char* name) noexcept
+{
+    Waitable* object = Create(Kind::Mutex, 0, 0, name);
+    if (object && owned)
+        TakeQuickly(*object);
+    return object;
+}
+
+Waitable* CreateSemaphore(std::int32_t initial, std::int32_t maximum, const char* name) noexcept
+{
+    if (maximum < 1 || initial < 0 || initial > maximum)
+        return nullptr;
+    return Create(Kind::Semaphore, static_cast<std::uintptr_t>(initial) * One, static_cast<std::uint32_t>(maximum), name);
+}
+
+Waitable* CreateEvent(bool manual, bool signalled, const char* name) noexcept
+{
+    return Create(manual ? Kind::ManualEvent : Kind::AutoEvent, signalled ? One : 0, 1, name);
+}
+
+void CloseWaitable(Waitable* object) noexcept
+{
+    if (!object)
+        return;
+    Dispatch dispatch;
+    MarkSlow(*object);
+    object->isClosed = true;
+    if (object->kind == Kind::Mutex && Owner(WordOf(*object)) == ThreadIdentity())
+    {
+        UnlinkOwned(*object);
+        object->depth = 0;
+        object->word.store(Slow, std::memory_order_release);
+        dispatch.Serve(*object);
+    }
+    Unmark(*object);
+}
+
+bool ReleaseMutex(Waitable* object) noexcept
+{
+    if (!object || object->kind != Kind::Mutex)
+        return false;
+    const std::uintptr_t self = ThreadIdentity();
+    if (Owner(object->word.load(std::memory_order_relaxed)) != self)
+        return false;
+    if (object->depth > 1)
+    {
+        --object->depth;
+        return true;
+    }
+    UnlinkOwned(*object);
+    std::uintptr_t word = self;
+    if (object->word.compare_exchange_strong(word, 0, std::memory_order_release, std::memory_order_relaxed))
+        return true;
+    Dispatch dispatch;
+    object->word.store(Slow, std::memory_order_release);
+    dispatch.Serve(*object);
+    Unmark(*object);
+    return true;
+}
+
+bool ReleaseSemaphore(Waitable* object, std::uint32_t count) noexcept
+{
+    if (!object || object->kind != Kind::Semaphore || count == 0 || count > object->maximum)
+        return false;
+    std::uintptr_t word = object->word.load(std::memory_order_relaxed);
+    while (!(word & Slow))
+    {
+        if (object->maximum - Signals(word) < count)
+            return false;
+        if (object->word.compare_exchange_weak(word, word + count * One, std::memory_order_release,
+                                               std::memory_order_relaxed))
+            return true;
+    }
+    Dispatch dispatch;
+    MarkSlow(*object);
+    word = WordOf(*object);
+    const bool fits = object->maximum - Signals(word) >= count;
+    if (fits)
+    {
+        object->word.store(word + count * One, std::memory_order_release);
+        dispatch.Serve(*object);
+    }
+    Unmark(*object);
+    return fits;
+}
+
+bool SetEvent(Waitable* object) noexcept
+{
+    if (!object || (object->kind != Kind::AutoEvent && object->kind != Kind::ManualEvent))
+        return false;
+    // Also when the event is signalled already: what the caller wrote before must be seen by who comes next.
+    std::uintptr_t word = object->word.load(std::memory_order_relaxed);
+    while (!(word & Slow))
+        if (object->word.compare_exchange_weak(word, One, std::memory_order_release, std::memory_order_relaxed))
+            return true;
+    Dispatch dispatch;
+    MarkSlow(*object);
+    object->word.store(One | Slow, std::memory_order_release);
+    dispatch.Serve(*object);
+    Unmark(*object);
+    return true;
+}
+
+bool PulseEvent(Waitable* object) noexcept
+{
+    if (!object || (object->kind != Kind::AutoEvent && object->kind != Kind::ManualEvent))
+        return false;
+    Dispatch dispatch;
+    MarkSlow(*object);
+    object->word.store(One | Slow, std::memory_order_release);
+    dispatch.Serve(*object);
+    object->word.store(Slow, std::memory_order_release);
+    Unmark(*object);
+    return true;
+}
+
+bool ResetEvent(Waitable* object) noexcept
+{
+    if (!object || (object->kind != Kind::AutoEvent && object->kind != Kind::ManualEvent))
+        return false;
+    std::uintptr_t word = object->word.load(std::memory_order_relaxed);
+    while (!(word & Slow))
+        if (object->word.compare_exchange_weak(word, 0, std::memory_order_acq_rel, std::memory_order_relaxed))
+            return true;
+    const LockGuard guard(dispatcher);
+    MarkSlow(*object);
+    object->word.store(Slow, std::memory_order_release);
+    Unmark(*object);
+    return true;
+}
+
+std::uint32_t WaitForOne(Waitable* object, std::uint32_t timeout) noexcept
+{
+    if (!object)
+        return WaitFailed;
+    if (TakeQuickly(*object))
+        return WaitSignalled;
+    return WaitSlowly(&object, 1, false, timeout);
+}
+
+std::uint32_t WaitForMany(Waitable* const* objects, std::uint32_t count, bool all, std::uint32_t timeout) noexcept
+{
+    if (count == 0 || count > longestWait)
+        return WaitFailed;
+    for (std::uint32_t n = 0; n < count; ++n)
+    {
+        if (!objects[n])
+            return WaitFailed;
+        for (std::uint32_t earlier = 0; all && earlier < n; ++earlier)
+            if (objects[earlier] == objects[n])
+                return WaitFailed;
+    }
+    if ((!all || count == 1) && TakeQuickly(*objects[0]))
+        return WaitSignalled;
+    return WaitSlowly(objects, count, all, timeout);
+}
+
+} // namespace Zem::Platform

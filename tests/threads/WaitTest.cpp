@@ -48,11 +48,13 @@ TEST(Mutex, BelongsToItsOwnerAndTellsWhenItWasLeftBehind)
     // The same for who waits already, and in a wait for several.
     Semaphore never(0, 1);
     WEvent held;
-    std::thread owner([&] {
-        mutex.Lock();
-        held.Set();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    });
+    std::thread owner(
+        [&]
+        {
+            mutex.Lock();
+            held.Set();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        });
     held.Lock();
     SyncObject* objects[] = {&never, &mutex};
     {
@@ -75,7 +77,8 @@ TEST(Semaphore, CountsWithinItsLimits)
     {
         int initial, maximum;
         bool works;
-    } rows[] = {{0, 0, false}, {-1, 3, false}, {4, 3, false}, {0, -1, false}, {3, 3, true}, {0x7FFFFFFF, 0x7FFFFFFF, true}};
+    } rows[] = {{0, 0, false},  {-1, 3, false}, {4, 3, false},
+                {0, -1, false}, {3, 3, true},   {0x7FFFFFFF, 0x7FFFFFFF, true}};
     for (const auto& row : rows)
     {
         SCOPED_TRACE(std::to_string(row.initial) + " of " + std::to_string(row.maximum));
@@ -185,7 +188,8 @@ TEST(Waits, AnswerAsAModelOfNumbers)
     int depth = 0, count = 2;
     bool signals[2] = {false, false};
     const auto available = [&](int n) { return n == 0 || (n == 1 ? count > 0 : signals[n - 2]); };
-    const auto take = [&](int n) {
+    const auto take = [&](int n)
+    {
         depth += n == 0;
         count -= n == 1;
         if (n == 2)
@@ -243,7 +247,8 @@ TEST(Waits, AnswerAsAModelOfNumbers)
                 expected = whole ? MultiLock::Signalled : MultiLock::TimedOut;
             ASSERT_EQ(static_cast<std::uint32_t>(wait.Lock(0, all)), expected);
             // The guard gives back the mutex and the semaphore, and keeps the event's signal.
-            if (signals[0] && (all ? whole : expected == MultiLock::Signalled + static_cast<std::uint32_t>(2 - n)) && n <= 2)
+            if (signals[0] && (all ? whole : expected == MultiLock::Signalled + static_cast<std::uint32_t>(2 - n)) &&
+                n <= 2)
                 signals[0] = false;
         }
         }
@@ -261,39 +266,41 @@ TEST(Waits, TakeAllAsOneStepAmongThreads)
     std::atomic<int> done[3] = {};
     std::vector<std::thread> workers;
     for (unsigned t = 0; t < 4; ++t)
-        workers.emplace_back([&, t] {
-            auto random = ::Test::Random(100 + t);
-            ++ready;
-            while (ready < 4)
-                std::this_thread::yield();
-            for (int round = 0; round < 4000; ++round)
+        workers.emplace_back(
+            [&, t]
             {
-                const unsigned skip = static_cast<unsigned>(random() % 3);
-                SyncObject* objects[3];
-                unsigned at = 0;
-                for (unsigned m = 0; m < 3; ++m)
-                    if (m != skip)
-                        objects[at++] = &mutexes[m];
-                objects[at++] = &semaphore;
-                MultiLock wait(objects, at, false);
-                if (wait.Lock(static_cast<std::uint32_t>(random() % 3), true) != MultiLock::Signalled)
-                    continue;
-                const int now = ++inside;
-                for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);)
+                auto random = ::Test::Random(100 + t);
+                ++ready;
+                while (ready < 4)
+                    std::this_thread::yield();
+                for (int round = 0; round < 4000; ++round)
                 {
-                }
-                for (unsigned m = 0; m < 3; ++m)
-                    if (m != skip)
+                    const unsigned skip = static_cast<unsigned>(random() % 3);
+                    SyncObject* objects[3];
+                    unsigned at = 0;
+                    for (unsigned m = 0; m < 3; ++m)
+                        if (m != skip)
+                            objects[at++] = &mutexes[m];
+                    objects[at++] = &semaphore;
+                    MultiLock wait(objects, at, false);
+                    if (wait.Lock(static_cast<std::uint32_t>(random() % 3), true) != MultiLock::Signalled)
+                        continue;
+                    const int now = ++inside;
+                    for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);)
                     {
-                        ++guarded[m];
-                        ++done[m];
                     }
-                ++served;
-                if (random() % 8 == 0)
-                    std::this_thread::yield(); // the others pile up
-                --inside;
-            }
-        });
+                    for (unsigned m = 0; m < 3; ++m)
+                        if (m != skip)
+                        {
+                            ++guarded[m];
+                            ++done[m];
+                        }
+                    ++served;
+                    if (random() % 8 == 0)
+                        std::this_thread::yield(); // the others pile up
+                    --inside;
+                }
+            });
     for (auto& worker : workers)
         worker.join();
     for (int m = 0; m < 3; ++m)
@@ -316,15 +323,19 @@ TEST(Waits, LoseNoSignal)
     std::atomic<int> count{0};
     std::vector<std::thread> consumers, makers;
     for (int c = 0; c < 2; ++c)
-        consumers.emplace_back([&] {
-            while (!quit.Lock(0))
-                count += items.Lock(1);
-        });
+        consumers.emplace_back(
+            [&]
+            {
+                while (!quit.Lock(0))
+                    count += items.Lock(1);
+            });
     for (int p = 0; p < producers; ++p)
-        makers.emplace_back([&] {
-            for (int n = 0; n < each; ++n)
-                items.Unlock();
-        });
+        makers.emplace_back(
+            [&]
+            {
+                for (int n = 0; n < each; ++n)
+                    items.Unlock();
+            });
     for (auto& maker : makers)
         maker.join();
     quit.Set();
@@ -336,13 +347,15 @@ TEST(Waits, LoseNoSignal)
 
     // Two threads answer each other: a wake-up that is lost would stop them.
     WEvent there, back;
-    std::thread other([&] {
-        for (int n = 0; n < 20000; ++n)
+    std::thread other(
+        [&]
         {
-            there.Lock();
-            back.Set();
-        }
-    });
+            for (int n = 0; n < 20000; ++n)
+            {
+                there.Lock();
+                back.Set();
+            }
+        });
     bool answered = true;
     for (int n = 0; n < 20000; ++n)
     {

@@ -1,10 +1,10 @@
 #include <Bedrock/platform/Lock.h>
 
+#include <Bedrock/platform/posix/Futex.h>
 #include <Bedrock/platform/posix/ThreadIdentity.h>
 
 #include <cerrno>
 #include <ctime>
-#include <linux/futex.h>
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -132,8 +132,7 @@ bool Lock::EnterContended(std::uintptr_t self) noexcept
         const std::uintptr_t holder = owner.load(std::memory_order_relaxed);
         if (holder == 0)
             continue;
-        syscall(SYS_futex, KernelWord(owner), FUTEX_WAIT_PRIVATE, static_cast<std::uint32_t>(holder),
-                isSafe ? nullptr : &again, nullptr, 0);
+        Futex(KernelWord(owner), FUTEX_WAIT, static_cast<std::uint32_t>(holder), isSafe ? nullptr : &again);
         // Back, for whatever reason: who leaves from now on wakes somebody again. A leaver who did not because of this
         // mark had stored before, and `take` sees it.
         waking.exchange(0, std::memory_order_acq_rel);
@@ -149,7 +148,7 @@ bool Lock::WakeOne() noexcept
     const int saved = errno;
     while (waking.exchange(1, std::memory_order_acq_rel) == 0)
     {
-        if (syscall(SYS_futex, KernelWord(owner), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0) > 0)
+        if (Futex(KernelWord(owner), FUTEX_WAKE, 1, nullptr) > 0)
             break;
         // Nobody slept yet. Somebody may have entered and left meanwhile, have seen the mark and woken nobody.
         waking.exchange(0, std::memory_order_acq_rel);

@@ -15,17 +15,15 @@
 #include <Bedrock/platform/Wait.h>
 
 #include <Bedrock/platform/Lock.h>
+#include <Bedrock/platform/posix/Futex.h>
 #include <Bedrock/platform/posix/ThreadIdentity.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
-#include <linux/futex.h>
 #include <new>
 #include <pthread.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace Zem::Platform
 {
@@ -295,10 +293,7 @@ private:
         return IsAvailable(object, 0);
     }
 
-    static void Wake(std::uint32_t* word)
-    {
-        syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-    }
+    static void Wake(std::uint32_t* word) { Futex(word, FUTEX_WAKE, 1, nullptr); }
 
     std::uint32_t* words[32];
     std::uint32_t count = 0;
@@ -351,9 +346,7 @@ bool SleepUntilDone(Wait& wait, const timespec* deadline)
     }
     while (!wait.done.load(std::memory_order_acquire))
     {
-        const long result = syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&wait.done),
-                                    FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG, 0, deadline, nullptr,
-                                    FUTEX_BITSET_MATCH_ANY);
+        const long result = Futex(reinterpret_cast<std::uint32_t*>(&wait.done), FUTEX_WAIT_BITSET, 0, deadline);
         if (result != 0 && errno == ETIMEDOUT)
             return false;
     }
@@ -386,7 +379,8 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
     wait.count = count;
     wait.all = all;
 
-    const auto unmarkAll = [&] {
+    const auto unmarkAll = [&]
+    {
         for (std::uint32_t n = 0; n < count; ++n)
             if (Dispatch::IsFirstMention(wait, n))
                 Unmark(*objects[n]);
@@ -477,7 +471,8 @@ Waitable* CreateSemaphore(std::int32_t initial, std::int32_t maximum, const char
 {
     if (maximum < 1 || initial < 0 || initial > maximum)
         return nullptr;
-    return Create(Kind::Semaphore, static_cast<std::uintptr_t>(initial) * One, static_cast<std::uint32_t>(maximum), name);
+    return Create(Kind::Semaphore, static_cast<std::uintptr_t>(initial) * One, static_cast<std::uint32_t>(maximum),
+                  name);
 }
 
 Waitable* CreateEvent(bool manual, bool signalled, const char* name) noexcept

@@ -144,6 +144,21 @@ TEST(BPE, AsPlainAtBlockEndsAndOnRealFiles)
     }
 }
 
+// A lone literal at every place between many pair codes: in the run of the table, or the end of it.
+TEST(BPE, AsPlainWithALiteralAmongThePairs)
+{
+    auto random = ::Test::Random(2);
+    Bytes input(2048);
+    for (auto& byte : input)
+        byte = static_cast<std::uint8_t>(random() % 24); // more than 127 pair codes
+    for (unsigned literal = 40; literal < 255; ++literal)
+    {
+        SCOPED_TRACE(literal);
+        input[1000] = static_cast<std::uint8_t>(literal);
+        ASSERT_NO_FATAL_FAILURE(ExpectAsPlain(input));
+    }
+}
+
 // Foreign data: each row is refused or understood, without a byte read or written outside.
 TEST(BPE, BoundedTakesNothingOnTrust)
 {

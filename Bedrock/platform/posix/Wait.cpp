@@ -75,10 +75,15 @@ struct Waitable
 namespace
 {
 
-// One call that waits. Everything but `done` is guarded by the dispatcher lock until `done` is 1.
+// How far a wait is.
+constexpr std::uint32_t Awake = 0;
+constexpr std::uint32_t Asleep = 1; // the thread sleeps on the word, or is about to
+constexpr std::uint32_t Done = 2;
+
+// One call that waits. Everything but `done` is guarded by the dispatcher lock until it is `Done`.
 struct Wait
 {
-    std::atomic<std::uint32_t> done{0};
+    std::atomic<std::uint32_t> done{Awake};
     std::uint32_t result = WaitFailed;
     std::uintptr_t thread;
     Waitable* const* objects;
@@ -265,11 +270,11 @@ public:
                 // From here on the waiter's stack may go: only the address of its word is kept, and a wake that comes
                 // too late finds nobody there.
                 auto* word = reinterpret_cast<std::uint32_t*>(&wait.done);
-                wait.done.store(1, std::memory_order_release);
-                if (count == sizeof(words) / sizeof(words[0]))
-                    Wake(word);
-                else
+                const bool isAsleep = wait.done.exchange(Done, std::memory_order_acq_rel) == Asleep;
+                if (isAsleep && count < sizeof(words) / sizeof(words[0]))
                     words[count++] = word;
+                else if (isAsleep)
+                    Wake(word);
             }
             if (!CanServe(object))
                 break;
@@ -340,13 +345,16 @@ bool SleepUntilDone(Wait& wait, const timespec* deadline)
 {
     for (int turn = 0; turn < SpinTurns; ++turn)
     {
-        if (wait.done.load(std::memory_order_acquire))
+        if (wait.done.load(std::memory_order_acquire) == Done)
             return true;
         EaseProcessor();
     }
-    while (!wait.done.load(std::memory_order_acquire))
+    std::uint32_t state = Awake;
+    if (!wait.done.compare_exchange_strong(state, Asleep, std::memory_order_acq_rel, std::memory_order_acquire))
+        return true;
+    while (wait.done.load(std::memory_order_acquire) != Done)
     {
-        const long result = Futex(reinterpret_cast<std::uint32_t*>(&wait.done), FUTEX_WAIT_BITSET, 0, deadline);
+        const long result = Futex(reinterpret_cast<std::uint32_t*>(&wait.done), FUTEX_WAIT_BITSET, Asleep, deadline);
         if (result != 0 && errno == ETIMEDOUT)
             return false;
     }
@@ -402,7 +410,7 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
         if (!isServed)
         {
             const LockGuard guard(dispatcher);
-            isServed = wait.done.load(std::memory_order_acquire) != 0; // served at the last moment
+            isServed = wait.done.load(std::memory_order_acquire) == Done; // served at the last moment
             if (!isServed)
             {
                 UnlinkBlocks(wait);

@@ -450,7 +450,8 @@ Exit ArchiveTest(Mounts& mounts, const ArchiveOptions& options)
         std::printf("%s: %llu of %s bad\n", Shown(options.archive).c_str(), static_cast<unsigned long long>(bad),
                     Count(tested, "member").c_str());
     else
-        std::printf("%s: %s tested, all good\n", Shown(options.archive).c_str(), Count(tested, "member").c_str());
+        std::printf("%s: %s tested, all good%s\n", Shown(options.archive).c_str(), Count(tested, "member").c_str(),
+                    torn ? ", but the end is torn" : "");
     return messages.Worst();
 }
 

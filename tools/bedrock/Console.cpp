@@ -21,6 +21,8 @@ void FailSystem(std::string_view subject, std::string_view what, int error)
 
 std::string Shown(std::string_view name)
 {
+    if (name.empty())
+        return "\"\"";
     std::string out;
     for (const char c : name)
     {

@@ -33,7 +33,7 @@ struct Failure
 /// The same with the system's text for `error`, as in "pics.arc: cannot create: Permission denied".
 [[noreturn]] void FailSystem(std::string_view subject, std::string_view what, int error);
 
-/// A name as it can be shown: control characters, which could drive a terminal, become \xNN.
+/// A name as it can be shown: control characters, which could drive a terminal, become \xNN, and no name at all "".
 std::string Shown(std::string_view name);
 
 /// "1 member", "2 members".

@@ -13,13 +13,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -172,7 +171,11 @@ void Demo::Collect()
         else if (sizeError || size > 1u << 30)
             Refuse(name, sizeError ? sizeError.message() : "larger than 1 GiB");
         else
+        {
             pictures.push_back({name, size});
+            continue;
+        }
+        ++RowOf(name).refused;
     }
 }
 
@@ -181,11 +184,16 @@ void Demo::Collect()
 // Stores a picture in both archives; false if it cannot be read.
 bool Demo::Store(const Picture& picture)
 {
-    std::ifstream in(fs::path(folder) / picture.name, std::ios::binary);
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
-    if (!in.is_open() || in.bad() || bytes.size() != picture.size)
+    std::vector<char> bytes(picture.size);
+    std::FILE* const in = std::fopen((folder + picture.name).c_str(), "rb");
+    const bool whole = in && std::fread(bytes.data(), 1, bytes.size(), in) == bytes.size() && std::fgetc(in) == EOF &&
+                       !std::ferror(in);
+    const int error = errno;
+    if (in)
+        std::fclose(in);
+    if (!whole)
     {
-        Refuse(picture.name, std::string("cannot be read: ") + std::strerror(errno));
+        Refuse(picture.name, std::string("cannot be read: ") + std::strerror(error));
         return false;
     }
     for (const auto& [archive, mode] :

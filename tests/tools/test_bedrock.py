@@ -267,6 +267,18 @@ class Archives(ToolTest):
                     self.run_tool('archive', 'extract', 'bad.arc', row['name'], '-C', 'out', exit=1, says='not extracted')
                     self.assertEqual(self.tree('out'), {})
 
+    def test_damage_in_a_shadowed_record_is_found(self):
+        for compress in ([], ['--compress']):
+            with self.subTest(compress=compress):
+                self.write('a.txt', b'a text that is packed, a text that is packed ' * 400)
+                self.run_tool('archive', 'create', 'twice.arc', 'a.txt', '--force')
+                self.run_tool('archive', 'add', 'twice.arc', 'a.txt', '--shadowed', *compress, says='old version stays')
+                self.run_tool('archive', 'test', 'twice.arc')
+                data = bytearray(self.read('twice.arc'))
+                data[-40] ^= 1
+                self.write('twice.arc', bytes(data))
+                self.run_tool('archive', 'test', 'twice.arc', exit=1, says='a.txt')
+
     def test_a_torn_tail_is_cut_and_kept(self):
         whole = formats.archive(formats.member(b'a', b'1' * 50), b'XTRA' + struct.pack('<I', 3) + b'abc', formats.member(b'b', b'2' * 50))
         last = formats.member(b'c', b'3' * 500)

@@ -45,6 +45,9 @@
 #include <Bedrock/threads/Time.h>
 #include <Bedrock/threads/WEvent.h>
 
+// Window host
+#include <Bedrock/platform/WindowMessage.h>
+
 // Maths and display helpers
 #include <Bedrock/maths/Color.h>
 #include <Bedrock/maths/LCRand.h>

@@ -32,15 +32,16 @@
 /// `WindowMessage.h`, with these rules:
 ///
 /// - Size: when a window is first shown, and whenever the size of its client area or its `SizeKind` has changed since;
-///   never twice in succession with the same numbers, except that the first showing always tells it. Several changes
+///   never twice in succession with the same numbers. While minimised, the size counts as 0 by 0. Several changes
 ///   that were not fetched become the last one. A child is told its parent's client size, whenever that changes; its own
 ///   size it is told only at the first showing.
 /// - Move: like Size, for the place of the client area.
 /// - Paint: when a part of the client area shows nothing valid; after each other message that waits; once for any number
 ///   of exposures until it is fetched, and never again for these.
-/// - Focus and Activate: a framed or full-screen window that gets the keyboard is told Activate 1, then Focus; one that
-///   loses it Activate 0, then FocusLost. Children are told Focus and FocusLost alone. Grabs of the keyboard by others
-///   (a window manager's shortcut) are no losses. The window that loses is told before the one that gains.
+/// - Focus and FocusLost: to the own window that gets or loses the keyboard. Activate tells a framed or full-screen window,
+///   before Focus and FocusLost, that the keyboard comes from outside to it or a child of it (1), or leaves them (0).
+///   Children are not told Activate. Grabs of the keyboard by others (a window manager's shortcut) are no losses. The
+///   window that loses is told before the one that gains.
 /// - KeyDown and so on: to the own window that has the keyboard. Their Sys forms when the key is Alt or F10, or Alt is
 ///   held without Control. A key that repeats comes as further KeyDowns with `KeyBitsHeld`. What a key types is found when
 ///   it is read, with the keys that are held then and dead keys composed, and travels with its KeyDown as text; the

@@ -73,7 +73,7 @@ enum SystemCommand : std::uint32_t
     CommandMonitorPower = 0xF170,
 };
 
-/// First number of mouse messages: what is held at that moment, the button of the message itself included.
+/// First number of mouse messages: what is held after the event, so a pressed button is in it and a released one isn't.
 enum MouseBits : std::uint32_t
 {
     MouseLeft = 1,

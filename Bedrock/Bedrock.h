@@ -9,6 +9,8 @@
 // Memory, strings and containers
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/DynamicArray.h>
+#include <Bedrock/memory/DynamicBuffer.h>
+#include <Bedrock/memory/DynamicPtr.h>
 #include <Bedrock/memory/HeapOperators.h>
 #include <Bedrock/memory/Nodes.h>
 #include <Bedrock/memory/PString.h>
@@ -31,6 +33,7 @@
 #include <Bedrock/files/Entry.h>
 #include <Bedrock/files/File.h>
 #include <Bedrock/files/FileSub.h>
+#include <Bedrock/files/KROMFile.h>
 #include <Bedrock/files/MemoryFile.h>
 #include <Bedrock/files/Path.h>
 

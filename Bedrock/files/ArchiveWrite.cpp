@@ -84,7 +84,7 @@ void FileSubArchive::Append(File& file, Platform::FileHandle stored)
 {
     const char* name = file.name;
     const Temporary temporary{stored, name + std::strlen(name) + 1};
-    if (file.flags & File::Broken)
+    if (file.flags & (File::Broken | File::Unpatched))
         Fail(name, archivePath, "a write to it has failed", __LINE__);
 
     Platform::FileInfo info;

@@ -28,16 +28,10 @@ const ResultTable File::results[8] = {
 
 constinit File::Progress File::callback = nullptr;
 
-namespace
+void File::ReportLoss(const Exception& failure) const noexcept
 {
-
-// The last word about data that could not be stored, where an exception is already on its way.
-void ReportLoss(const char* name, const Exception& failure) noexcept
-{
-    std::fprintf(stderr, "Bedrock: %s: %s\n", name, failure.Reason());
+    std::fprintf(stderr, "Bedrock: %s: %s\n", Name(), failure.Reason());
 }
-
-} // namespace
 
 File::File()
     : buffer(static_cast<std::uint8_t*>(Alloc::New(blockSize))), mode(0), size(unknownSize), nextHeader(noHeader),
@@ -66,7 +60,7 @@ File::~File() noexcept(false)
     {
         if (std::uncaught_exceptions() == 0)
             throw;
-        ReportLoss(name, failure);
+        ReportLoss(failure);
     }
 }
 
@@ -285,7 +279,7 @@ void File::CloseHandle()
 {
     const Platform::FileHandle closing = handle;
     handle = {};
-    if ((mode & 0x0F) == ModeWriteCompressed && !(flags & Broken))
+    if ((mode & 0x0F) == ModeWriteCompressed && !(flags & (Broken | Unpatched)))
     {
         CompressFile(closing, name, buffer);
         return;

@@ -15,6 +15,7 @@
 namespace Zem
 {
 
+class Exception;
 class FileFind;
 class FileSub;
 class FileSubstitute;
@@ -281,6 +282,16 @@ public:
     static void SetCallBack(Progress progress);
     static void SetLog(bool on);
 
+protected:
+    /// Writes `n` bytes over those at `at` and leaves the position alone, whatever happens. After a failure the file is not
+    /// whole: it is not put into an archive.
+    /// Throws: as `Write`; while writing compressed or appending, where no byte can be written again.
+    void Patch(std::uint32_t at, const void* src, std::uint32_t n);
+    /// How many of the next `wanted` bytes the stream has.
+    std::uint32_t BytesLeft(std::uint32_t wanted);
+    /// The last word about data that could not be stored, where another exception is already on its way.
+    void ReportLoss(const Exception& failure) const noexcept;
+
 private:
     // The locations fill in and finish what they open: `handle`, `sub`, `name`, `size`, `base`, `rawPosition`, `rawEnd`.
     friend class FileSub;
@@ -294,6 +305,7 @@ private:
         OwnsBuffer = 1,
         SharedHandle = 2, // the handle is an archive's
         Broken = 4,       // the last write failed: whoever closes the file only gives up the handle
+        Unpatched = 8,    // and so for a patch, which nothing written later makes good
     };
 
     template <class T>
@@ -329,7 +341,6 @@ private:
                            bool& failed);
     std::size_t ReadNext(std::uint8_t* dst, std::size_t wanted);
     std::uint32_t FindChunk(const char* id, void* data, std::uint32_t max);
-    std::uint32_t BytesLeft(std::uint32_t wanted);
     std::uint32_t StoredLength();
 
     // FileStream.cpp

@@ -117,6 +117,33 @@ std::uint32_t File::WriteSlow(const void* source, std::size_t n, std::size_t ite
     return static_cast<std::uint32_t>(n);
 }
 
+void File::Patch(std::uint32_t at, const void* src, std::uint32_t n)
+{
+    if (IsOpen() && (mode & 0x0F) == ModeWriteCompressed)
+        throw FileEx("File", __LINE__, "Seek() Can't seek writing compressed file");
+    PrepareWrite();
+    if (mode & ModeAppend)
+        throw FileEx("File", __LINE__, "Write() File is open to append");
+    const std::uint64_t end = std::uint64_t{at} + n;
+    if (at >= bufferStart && end <= Tell())
+    {
+        std::memcpy(buffer + (at - bufferStart), src, n);
+        return;
+    }
+    if (end > bufferStart)
+        WriteBuffer();
+    std::size_t written = 0;
+    const Platform::Status status = Platform::WriteAt(handle, base + at, src, n, written);
+    systemPosition = base + at + written;
+    if (size != unknownSize && at + written > size)
+        size = static_cast<std::uint32_t>(at + written);
+    if (status != Platform::Status::Ok)
+    {
+        flags |= Unpatched;
+        throw FileEx("File", __LINE__, "WriteBuffer() Write failed");
+    }
+}
+
 void File::SafeWrite(const void* src, std::size_t n, std::size_t itemSize)
 {
     if (Write(src, n, itemSize) >= n)

@@ -9,6 +9,7 @@
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Module.h>
+#include <Bedrock/platform/ReportDialog.h>
 #include <Bedrock/platform/Wait.h>
 #include <Bedrock/threads/Time.h>
 
@@ -51,6 +52,7 @@ struct Attachment
         // system lacks leaves things as they are.
         std::setlocale(LC_CTYPE, "");
         PString::Init();
+        Platform::PrepareReport();
     }
 
     // Handles that live on see the null cache, and let their nodes be.

@@ -61,7 +61,7 @@ private:
     void AddLine(const char* line);
     void Append(const char* bytes, std::uint32_t count) noexcept;
 
-    bool isBusy = false;       // between `Init` and the end of `Show`
+    std::uint32_t inits = 0;   // `Init` without the end of its `Show`; above 1 a report within a report
     bool isFull = false;       // the list takes no more lines
     std::uint32_t used = 0;    // bytes of `list`
     char text[8192]{};         // the text in hand

@@ -8,6 +8,7 @@
 
 #include <climits>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -133,25 +134,58 @@ TEST(BlockReader, LeavesABlockFromAnywhereInside)
     EXPECT_FALSE(reader.Next(key));
 }
 
-// A hundred thousand levels must not be as many calls.
+// A million levels must not be as many calls: entered to the innermost, left from there or closed one by one, skipped.
 TEST(BlockReader, NestsToAnyDepth)
 {
-    constexpr int depth = 100000;
+    constexpr int depth = 1000000;
     std::string text;
     for (int i = 0; i < depth; ++i)
         text += "a\n{\n";
-    Opened opened(text);
-    PString key;
-    BlockReader* reader = &opened.reader;
-    int entered = 0;
-    while (reader && reader->Next(key))
+    const auto enter = [](BlockReader& root)
     {
-        reader = reader->Begin();
-        ++entered;
+        std::vector<BlockReader*> levels;
+        PString key;
+        for (BlockReader* reader = &root; reader && reader->Next(key); reader = reader->Begin())
+            levels.push_back(reader);
+        EXPECT_EQ(levels.size(), static_cast<std::size_t>(depth));
+        return levels;
+    };
+    PString key;
+    {
+        Opened torn(text);
+        enter(torn.reader);
+        torn.reader.End();
+        EXPECT_FALSE(torn.reader.Next(key)) << "the braces are missing";
     }
-    EXPECT_EQ(entered, depth);
-    opened.reader.End();
-    EXPECT_FALSE(opened.reader.Next(key));
+    {
+        Opened left(text);
+        enter(left.reader); // its destructor finds the whole chain
+    }
+    for (int i = 0; i < depth; ++i)
+        text += "}\n";
+    text += "behind\n";
+    {
+        Opened opened(text);
+        enter(opened.reader);
+        opened.reader.End();
+        EXPECT_TRUE(opened.reader.Next(key) && key == PString("behind"));
+    }
+    {
+        Opened opened(text);
+        const auto levels = enter(opened.reader);
+        int ended = 0;
+        for (std::size_t i = levels.size() - 1; --i > 0;)
+        {
+            levels[i]->End();
+            ended += !levels[i]->Next(key);
+        }
+        EXPECT_EQ(ended, depth - 2);
+        opened.reader.End();
+        EXPECT_TRUE(opened.reader.Next(key) && key == PString("behind"));
+    }
+    Opened skipped(text);
+    EXPECT_TRUE(skipped.reader.Next(key) && skipped.reader.Next(key));
+    EXPECT_TRUE(key == PString("behind"));
 }
 
 } // namespace

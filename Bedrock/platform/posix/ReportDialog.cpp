@@ -110,14 +110,13 @@ void ResetSignals()
     // A display's connection must not become the standard error that something prints to.
     for (int fd = STDOUT_FILENO; fd <= STDERR_FILENO; ++fd)
     {
-        if (fcntl(fd, F_GETFD) < 0)
+        if (fcntl(fd, F_GETFD) == 0)
+            continue;
+        const int nowhere = open("/dev/null", O_RDWR);
+        if (nowhere >= 0 && nowhere != fd)
         {
-            const int nowhere = open("/dev/null", O_RDWR);
-            if (nowhere >= 0 && nowhere != fd)
-            {
-                dup2(nowhere, fd);
-                close(nowhere);
-            }
+            dup2(nowhere, fd);
+            close(nowhere);
         }
     }
     ResetSignals();

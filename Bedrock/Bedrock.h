@@ -32,9 +32,11 @@
 #include <Bedrock/files/BlockReader.h>
 #include <Bedrock/files/Entry.h>
 #include <Bedrock/files/File.h>
+#include <Bedrock/files/FileFind.h>
 #include <Bedrock/files/FileSub.h>
 #include <Bedrock/files/KROMFile.h>
 #include <Bedrock/files/MemoryFile.h>
+#include <Bedrock/files/NameTree.h>
 #include <Bedrock/files/Path.h>
 
 // Threads, time and scheduling

@@ -3,10 +3,10 @@
 #include <Bedrock/files/ArchiveDirectory.h>
 
 #include <Bedrock/files/ArchiveFormat.h>
+#include <Bedrock/files/FoldedName.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/platform/Clock.h>
 #include <Bedrock/platform/Files.h>
-#include <Bedrock/platform/Text.h>
 
 #include <atomic>
 #include <cstring>
@@ -25,31 +25,6 @@ constinit std::atomic<std::uint32_t> growth{0};
 // Looks at the end of the file cost a call of the system each. After so many in a row that found nothing, there is one
 // a millisecond: enough to see what other processes append.
 constexpr std::uint32_t freeLooks = 16;
-
-inline unsigned char Fold(char c)
-{
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte == '\\')
-        return '/';
-    return byte < 128 ? Platform::ToLowerAscii(byte) : static_cast<unsigned char>(Platform::ToLower(byte));
-}
-
-// FNV-1a over the folded name, its upper half mixed into the lower, which picks the slot.
-std::uint32_t HashName(const char* name)
-{
-    std::uint32_t hash = 0x811C9DC5;
-    for (; *name; ++name)
-        hash = (hash ^ Fold(*name)) * 0x01000193;
-    return hash ^ hash >> 15;
-}
-
-bool SameName(const char* a, const char* b)
-{
-    for (; *a && (*a == *b || Fold(*a) == Fold(*b)); ++a, ++b)
-    {
-    }
-    return *a == *b;
-}
 
 } // namespace
 
@@ -77,20 +52,20 @@ const ArchiveDirectory::Record* ArchiveDirectory::Lookup(const char* name, std::
         return nullptr;
     const std::uint32_t mask = slotCount - 1;
     for (std::uint32_t at = hash & mask; slots[at].record; at = (at + 1) & mask)
-        if (slots[at].hash == hash && SameName(slots[at].record->entry.name, name))
+        if (slots[at].hash == hash && FoldedName::Same(slots[at].record->entry.name, name))
             return slots[at].record;
     return nullptr;
 }
 
 const ArchiveDirectory::Record* ArchiveDirectory::Find(const char* name)
 {
-    const std::uint32_t hash = HashName(name);
+    const std::uint32_t hash = FoldedName::Hash(name);
     if (const Record* found = Lookup(name, hash))
         return found;
     if (!MayLook())
         return nullptr;
     while (const Record* more = ReadMore())
-        if (more->hash == hash && SameName(more->entry.name, name))
+        if (more->hash == hash && FoldedName::Same(more->entry.name, name))
             return more;
     return nullptr;
 }
@@ -236,7 +211,7 @@ const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
         }
         record->dataOffset = at + memberHeaderSize;
         record->payload = length - entrySize;
-        record->hash = HashName(record->entry.name);
+        record->hash = FoldedName::Hash(record->entry.name);
         if (!Enter(record))
             break;
         (lastRecord ? lastRecord->next : firstRecord) = record;

@@ -329,7 +329,6 @@ bool FileSubPath::IsKind(int kind)
     return kind == KindPath;
 }
 
-// The path on disk of a name in this folder; false for a name that leads out of it, or that does not fit.
 bool FileSubPath::Join(File::Path& out, const char* name) const
 {
     if (Climbs(name) || path.Length() + std::strlen(name) >= File::Path::capacity)

@@ -155,6 +155,8 @@ public:
     bool IsPath(const char* text) override;
 
     const File::Path& Folder() const noexcept { return path; }
+    /// The path on disk of a name in this folder; false for a name that leads out of it, or that does not fit.
+    bool Join(File::Path& out, const char* name) const;
 
 private:
     enum Flags : std::uint8_t
@@ -162,8 +164,6 @@ private:
         ReadOnly = 1,
         Valid = 2, // the folder exists
     };
-
-    bool Join(File::Path& out, const char* name) const;
 
     File::Path path; // ends in a separator
     std::uint8_t flags;

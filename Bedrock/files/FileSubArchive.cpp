@@ -277,6 +277,17 @@ std::int32_t FileSubArchive::AcquireCursor()
     return cursors.Add(Cursor{nullptr, true}) ? index : -1;
 }
 
+std::int32_t FileSubArchive::CopyCursor(std::int32_t index)
+{
+    Platform::LockGuard guard(archiveLock);
+    const std::int32_t copy = AcquireCursor();
+    const Cursor* from = CursorAt(index);
+    Cursor* to = CursorAt(copy);
+    if (from && to)
+        to->last = from->last;
+    return copy;
+}
+
 void FileSubArchive::ReleaseCursor(std::int32_t index)
 {
     Platform::LockGuard guard(archiveLock);

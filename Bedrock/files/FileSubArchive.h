@@ -40,6 +40,8 @@ public:
 
     /// A place in the archive for a search, at its start: its index, or -1 when the heap is exhausted.
     std::int32_t AcquireCursor();
+    /// Another one at the place of the cursor `index`.
+    std::int32_t CopyCursor(std::int32_t index);
     /// Frees it for the next search; an index that is none does nothing.
     void ReleaseCursor(std::int32_t index);
     /// The next member from the cursor on whose name matches `pattern`, in `out`. A member below a folder that `pattern`

@@ -16,7 +16,7 @@ namespace Zem
 ///
 ///     first -> chunk <-> chunk <-> chunk -> first ...     a ring; only the last chunk may be part-full
 ///
-/// Elements are only ever added. When the heap is exhausted, `Add` says so and the array stays as it was. An array
+/// Elements are added and taken off at the end. When the heap is exhausted, `Add` says so and the array stays as it was. An array
 /// belongs to one thread at a time. It owns its elements and is not copied, but may be moved.
 ///
 ///     DynamicArray<String, 41> names;
@@ -143,6 +143,25 @@ public:
             Link(fresh);
         ++last->count;
         return element;
+    }
+
+    /// Destroys the last element; a chunk that it leaves empty is freed. Nothing in an empty array.
+    void RemoveLast() noexcept
+    {
+        if (!first)
+            return;
+        Chunk* last = first->prev;
+        last->Slot(--last->count)->~T();
+        if (last->count > 0)
+            return;
+        if (last == first)
+            first = nullptr;
+        else
+        {
+            last->prev->next = first;
+            first->prev = last->prev;
+        }
+        Alloc::Delete(last);
     }
 
     /// Elements in the array. Cost: one step a chunk.

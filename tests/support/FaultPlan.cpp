@@ -98,6 +98,10 @@ FaultPlan::FaultPlan(Kind newKind, int newTarget, int newError)
     { return Strike("lock", range->l_type == F_UNLCK) ? -1 : real.lock(fd, how, range); };
     systemCalls.fstat = [](int fd, struct stat* out) { return Strike("fstat", false) ? -1 : real.fstat(fd, out); };
     systemCalls.stat = [](const char* n, struct stat* out) { return Strike("stat", false) ? -1 : real.stat(n, out); };
+    systemCalls.statx = [](int d, const char* n, int how, unsigned mask, struct statx* out)
+    { return Strike("statx", false) ? -1 : real.statx(d, n, how, mask, out); };
+    systemCalls.getdents = [](int fd, void* out, size_t n) -> ssize_t
+    { return Strike("getdents", false) ? -1 : real.getdents(fd, out, n); };
     systemCalls.fchmod = [](int fd, mode_t mode) { return Strike("fchmod", false) ? -1 : real.fchmod(fd, mode); };
     systemCalls.access = [](const char* n, int how) { return Strike("access", false) ? -1 : real.access(n, how); };
     systemCalls.rename = [](const char* a, const char* b) { return Strike("rename", false) ? -1 : real.rename(a, b); };

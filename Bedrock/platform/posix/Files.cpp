@@ -1,5 +1,6 @@
 #include <Bedrock/platform/Files.h>
 #include <Bedrock/platform/posix/SystemCalls.h>
+#include <Bedrock/platform/posix/SystemName.h>
 
 #include <cerrno>
 #include <climits>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace Zem::Platform
@@ -27,6 +29,8 @@ constinit SystemCalls systemCalls = {
     .lock = [](int fd, int command, struct flock* range) { return ::fcntl(fd, command, range); },
     .fstat = [](int fd, struct stat* out) { return ::fstat(fd, out); },
     .stat = [](const char* name, struct stat* out) { return ::stat(name, out); },
+    .statx = ::statx,
+    .getdents = [](int fd, void* out, size_t size) -> ssize_t { return ::syscall(SYS_getdents64, fd, out, size); },
     .fchmod = ::fchmod,
     .access = ::access,
     .rename = ::rename,
@@ -41,10 +45,6 @@ constinit SystemCalls systemCalls = {
     .utimensat = ::utimensat,
 };
 
-namespace
-{
-
-// The only place where errors of the system become ours.
 Status FromErrno(int error) noexcept
 {
     switch (error)
@@ -87,47 +87,14 @@ Status FromErrno(int error) noexcept
     }
 }
 
-// Repeats a call that a signal cut off before it did anything.
-template <class Call>
-auto Restart(Call call) noexcept
+namespace
 {
-    for (;;)
-    {
-        const auto result = call();
-        if (result >= 0 || errno != EINTR)
-            return result;
-    }
-}
 
 template <class Call>
 Status Result(Call call) noexcept
 {
     return Restart(call) < 0 ? FromErrno(errno) : Status::Ok;
 }
-
-// A name as the system wants it. The common name has no backslash and is used where it lies.
-class SystemName
-{
-public:
-    explicit SystemName(const char* name) noexcept : text(name ? name : "")
-    {
-        if (!std::strchr(text, '\\'))
-            return;
-        std::size_t n = 0;
-        for (; text[n] && n < sizeof(copy) - 1; ++n)
-            copy[n] = text[n] == '\\' ? '/' : text[n];
-        // A name that is too long stays empty: the system finds nothing under it.
-        copy[text[n] ? 0 : n] = '\0';
-        text = copy;
-    }
-    SystemName(const SystemName&) = delete;
-    SystemName& operator=(const SystemName&) = delete;
-    operator const char*() const noexcept { return text; }
-
-private:
-    const char* text;
-    char copy[1024];
-};
 
 int Descriptor(FileHandle handle) noexcept
 {

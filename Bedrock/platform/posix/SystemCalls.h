@@ -26,6 +26,8 @@ struct SystemCalls
     int (*lock)(int, int, struct flock*); // fcntl with an open file description lock
     int (*fstat)(int, struct stat*);
     int (*stat)(const char*, struct stat*);
+    int (*statx)(int, const char*, int, unsigned, struct statx*);
+    ssize_t (*getdents)(int, void*, size_t);
     int (*fchmod)(int, mode_t);
     int (*access)(const char*, int);
     int (*rename)(const char*, const char*);

@@ -24,6 +24,9 @@
 #include <Bedrock/host/Debugger.h>
 #include <Bedrock/host/DynamicLibrary.h>
 #include <Bedrock/host/Exception.h>
+#include <Bedrock/host/Log.h>
+#include <Bedrock/host/LogClient.h>
+#include <Bedrock/host/Options.h>
 #include <Bedrock/host/ResultClass.h>
 #include <Bedrock/host/SharedMemory.h>
 

@@ -6,6 +6,8 @@
 #include <Bedrock/Library.h>
 
 #include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/host/Log.h>
+#include <Bedrock/host/Loss.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Module.h>
@@ -39,6 +41,9 @@ namespace
 // The clocks.
 const std::int64_t Time::freq = Time::QueryCounterFrequency();
 
+// The log's clock: its lines count from here. Its lock and its clients are there without an initialiser.
+const double Log::startTime = Time::GetSeconds();
+
 // The substitution list. Its lock is there without an initialiser, and outlives it.
 constinit FileSubstList FileSubstList::instance;
 
@@ -52,14 +57,17 @@ struct Attachment
         // system lacks leaves things as they are.
         std::setlocale(LC_CTYPE, "");
         PString::Init();
+        SetLossTaker(Log::TakeLoss);
         Platform::PrepareReport();
     }
 
-    // Handles that live on see the null cache, and let their nodes be.
+    // Handles that live on see the null cache, and let their nodes be. A thread that goes on may still write lines: the
+    // log says its last word under its lock, and they reach the debugger from then on.
     ~Attachment()
     {
         if (!Library::HasThreads())
             PString::Done();
+        Log::End();
     }
 
     Attachment(const Attachment&) = delete;

@@ -299,6 +299,8 @@ private:
     friend class FileSubLink;
     friend class FileSubPath;
     friend class FileSubstitute;
+    // The log gives its file up without writing when the process is in trouble.
+    friend class Log;
 
     enum Flags : std::uint8_t
     {

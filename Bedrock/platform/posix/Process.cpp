@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -67,6 +68,11 @@ void ProgramPath(char* buffer, std::size_t capacity) noexcept
 {
     const ssize_t length = readlink("/proc/self/exe", buffer, capacity - 1);
     buffer[length > 0 ? length : 0] = '\0';
+}
+
+const char* Environment(const char* name) noexcept
+{
+    return secure_getenv(name);
 }
 
 bool IsProcessAlive(std::uint32_t processId) noexcept

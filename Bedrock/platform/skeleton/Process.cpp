@@ -18,6 +18,11 @@ void ProgramPath(char* buffer, std::size_t) noexcept
     buffer[0] = '\0';
 }
 
+const char* Environment(const char*) noexcept
+{
+    return nullptr;
+}
+
 bool IsProcessAlive(std::uint32_t) noexcept
 {
     return false;

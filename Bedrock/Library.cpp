@@ -12,6 +12,7 @@
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Module.h>
 #include <Bedrock/platform/ReportDialog.h>
+#include <Bedrock/platform/Thread.h>
 #include <Bedrock/platform/Wait.h>
 #include <Bedrock/threads/Time.h>
 
@@ -21,7 +22,6 @@ namespace Zem
 {
 
 constinit std::intptr_t Library::module = 0;
-constinit std::atomic<std::int32_t> Library::threads{0};
 
 namespace
 {
@@ -33,7 +33,16 @@ namespace
 [[maybe_unused]] const struct Waits
 {
     Waits() noexcept { Platform::OpenWaits(); }
-    ~Waits() { Platform::CloseWaits(); }
+    // A thread that still runs will want to be noticed, by an application's static that waits for it.
+    ~Waits()
+    {
+        if (Platform::HasThreads())
+            return;
+        Platform::CloseThreads();
+        Platform::CloseWaits();
+    }
+    Waits(const Waits&) = delete;
+    Waits& operator=(const Waits&) = delete;
 } waits;
 
 } // namespace
@@ -61,11 +70,12 @@ struct Attachment
         Platform::PrepareReport();
     }
 
-    // Handles that live on see the null cache, and let their nodes be. A thread that goes on may still write lines: the
-    // log says its last word under its lock, and they reach the debugger from then on.
+    // Handles that live on see the null cache, and let their nodes be. A thread of the library that still runs goes on
+    // for a while at the end of the process: what it may use is left to the system and not freed under its hands. It may
+    // still write lines: the log says its last word under its lock, and they reach the debugger from then on.
     ~Attachment()
     {
-        if (!Library::HasThreads())
+        if (!Platform::HasThreads())
             PString::Done();
         Log::End();
     }

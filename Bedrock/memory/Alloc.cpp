@@ -10,6 +10,7 @@
 #include <Bedrock/platform/Debug.h>
 #include <Bedrock/platform/Pause.h>
 #include <Bedrock/platform/Poison.h>
+#include <Bedrock/platform/SuspendGuard.h>
 #include <Bedrock/platform/ThreadExit.h>
 
 #include <algorithm>
@@ -242,12 +243,13 @@ struct Thread
 constinit thread_local Thread thread __attribute__((tls_model("initial-exec"))) = {};
 
 // Holds a record for a few instructions and never across a call of the heap. Not recursive. A plain store gives it back,
-// so nobody is woken: those who wait spin, then yield, then sleep shortly.
+// so nobody is woken: those who wait spin, then yield, then sleep shortly. Its holder is not suspended.
 class Hold
 {
 public:
     explicit Hold(ClassRecord& held) noexcept : record(held)
     {
+        Platform::SuspendGuard::Begin();
         if (record.lock.exchange(1, std::memory_order_acquire) != 0)
             Wait();
         thread.held = &record;
@@ -256,6 +258,7 @@ public:
     {
         thread.held = nullptr;
         record.lock.store(0, std::memory_order_release);
+        Platform::SuspendGuard::End();
     }
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
@@ -274,6 +277,19 @@ private:
 
     ClassRecord& record;
 };
+
+// The heap's locks are not to be held by a suspended thread either.
+void* HeapNew(std::size_t bytes)
+{
+    const Platform::SuspendGuard suspension;
+    return std::malloc(bytes);
+}
+
+void HeapDelete(void* block)
+{
+    const Platform::SuspendGuard suspension;
+    std::free(block);
+}
 
 void Push(ClassRecord& record, Block* block)
 {
@@ -332,7 +348,7 @@ ThreadCache* MakeCache()
             cache->isTaken.compare_exchange_strong(free, true, std::memory_order_acq_rel))
             return cache;
     }
-    void* memory = std::malloc(sizeof(ThreadCache));
+    void* memory = HeapNew(sizeof(ThreadCache));
     if (!memory)
         return nullptr;
     auto* cache = new (memory) ThreadCache;
@@ -418,7 +434,7 @@ void ArenaDelete()
 
 void* FromHeap(std::size_t size, std::uint32_t c)
 {
-    auto* block = static_cast<Block*>(std::malloc(HeapBytes(c)));
+    auto* block = static_cast<Block*>(HeapNew(HeapBytes(c)));
     if (!block)
         return nullptr;
     SetClass(block, c);
@@ -491,7 +507,7 @@ void ToHeap(Block* block, std::uint32_t c)
 {
     if constexpr (isWide)
         Platform::Unpoison(block, HeapBytes(c));
-    std::free(block);
+    HeapDelete(block);
 }
 
 // False if the class is full, with the block counted out of it.
@@ -722,6 +738,7 @@ void RecoverAllocAfterFault() noexcept
     Put(record->count, 0);
     thread.held = nullptr;
     record->lock.store(0, std::memory_order_release);
+    Platform::SuspendGuard::End();
 }
 
 AllocFailureForTest::AllocFailureForTest(std::uint32_t after) noexcept

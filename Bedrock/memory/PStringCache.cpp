@@ -1,5 +1,6 @@
 #include <Bedrock/memory/PStringCache.h>
 #include <Bedrock/platform/Pause.h>
+#include <Bedrock/platform/SuspendGuard.h>
 #include <Bedrock/platform/Text.h>
 
 #include <cstring>
@@ -95,6 +96,7 @@ PStringCache::~PStringCache()
 void PStringCache::Lock() noexcept
 {
     const unsigned depth = lockDepth;
+    Platform::SuspendGuard::Begin();
     if (depth == 0 && cacheLock.exchange(1, std::memory_order_acquire) != 0)
         WaitForLock();
     lockDepth = depth + 1;
@@ -106,6 +108,7 @@ void PStringCache::Unlock() noexcept
     lockDepth = depth;
     if (depth == 0)
         cacheLock.store(0, std::memory_order_release);
+    Platform::SuspendGuard::End();
 }
 
 // ---- nodes

@@ -10,13 +10,16 @@
 // word of its own; who signals an object takes it, and all else that the waiter wants, in the waiter's name, writes the
 // result and wakes exactly that one. What a waiter can have it thus has before it wakes.
 //
-// A thread keeps a list of the mutexes it owns, which it alone touches; at its end they are left behind.
+// A thread keeps a list of the mutexes it owns, which it alone touches; at its end they are left behind. A thread of the
+// library is an object itself, which its end signals.
 
 #include <Bedrock/platform/Wait.h>
 
 #include <Bedrock/platform/Lock.h>
+#include <Bedrock/platform/SuspendGuard.h>
 #include <Bedrock/platform/posix/Futex.h>
 #include <Bedrock/platform/posix/ThreadIdentity.h>
+#include <Bedrock/platform/posix/Waitable.h>
 
 #include <atomic>
 #include <cerrno>
@@ -39,46 +42,12 @@ constexpr std::uintptr_t One = 2;       // in the word of a semaphore or event: 
 // microsecond or two, a sleep costs several.
 constexpr int SpinTurns = 60;
 
-enum class Kind : std::uint8_t
-{
-    Mutex,
-    Semaphore,
-    AutoEvent,
-    ManualEvent
-};
-
-struct Wait;
-
-// One waiter's place in the list of one object.
-struct Block
-{
-    Block* next;
-    Block* prev;
-    Wait* wait;
-};
-
-} // namespace
-
-struct Waitable
-{
-    std::atomic<std::uintptr_t> word;
-    Kind kind;
-    bool isClosed;       // the handle is gone: the object goes with its last waiter or owner
-    std::uint32_t depth; // entries of the owner; his alone
-    std::uint32_t maximum;
-    Block* first; // guarded by the dispatcher lock
-    Block* last;
-    Waitable* nextOwned; // the owner's list
-    Waitable* prevOwned;
-};
-
-namespace
-{
-
 // How far a wait is.
 constexpr std::uint32_t Awake = 0;
 constexpr std::uint32_t Asleep = 1; // the thread sleeps on the word, or is about to
 constexpr std::uint32_t Done = 2;
+
+} // namespace
 
 // One call that waits. Everything but `done` is guarded by the dispatcher lock until it is `Done`.
 struct Wait
@@ -89,8 +58,11 @@ struct Wait
     Waitable* const* objects;
     std::uint32_t count;
     bool all;
-    Block blocks[longestWait];
+    WaitBlock blocks[longestWait];
 };
+
+namespace
+{
 
 constinit Lock dispatcher;
 constinit pthread_key_t endKey;
@@ -123,7 +95,7 @@ void LinkOwned(Waitable& object)
         mine.owned->prevOwned = &object;
     mine.owned = &object;
     if (!mine.isWatched) [[unlikely]]
-        mine.isWatched = hasEndKey.load(std::memory_order_acquire) && pthread_setspecific(endKey, &endKey) == 0;
+        WatchThread();
 }
 
 void UnlinkOwned(Waitable& object)
@@ -153,15 +125,16 @@ void Unmark(Waitable& object)
     const std::uintptr_t word = WordOf(object);
     if (!object.isClosed)
         object.word.store(word & ~Slow, std::memory_order_release);
-    else if (object.kind != Kind::Mutex || Owner(word) == 0)
+    else if (object.kind == WaitKind::Mutex ? Owner(word) == 0 : object.kind != WaitKind::Thread || word >= One)
         std::free(&object);
-    // A closed mutex that another thread owns keeps its mark: it goes when its owner releases it or ends.
+    // A closed mutex that another thread owns keeps its mark: it goes when its owner releases it or ends. So does a
+    // thread that runs.
 }
 
 bool IsAvailable(const Waitable& object, std::uintptr_t thread)
 {
     const std::uintptr_t word = WordOf(object);
-    if (object.kind != Kind::Mutex)
+    if (object.kind != WaitKind::Mutex)
         return Signals(word) != 0;
     return Owner(word) == 0 || Owner(word) == thread;
 }
@@ -172,7 +145,7 @@ bool Take(Waitable& object, std::uintptr_t thread)
     const std::uintptr_t word = WordOf(object);
     switch (object.kind)
     {
-    case Kind::Mutex:
+    case WaitKind::Mutex:
         if (Owner(word) == thread)
             ++object.depth;
         else
@@ -181,11 +154,12 @@ bool Take(Waitable& object, std::uintptr_t thread)
             object.depth = 1;
         }
         return (word & LeftOwner) != 0;
-    case Kind::Semaphore:
-    case Kind::AutoEvent:
+    case WaitKind::Semaphore:
+    case WaitKind::AutoEvent:
         object.word.store(word - One, std::memory_order_relaxed);
         return false;
-    case Kind::ManualEvent:
+    case WaitKind::ManualEvent:
+    case WaitKind::Thread:
         break;
     }
     return false;
@@ -219,7 +193,7 @@ void LinkBlocks(Wait& wait)
     for (std::uint32_t n = 0; n < wait.count; ++n)
     {
         Waitable& object = *wait.objects[n];
-        Block& block = wait.blocks[n];
+        WaitBlock& block = wait.blocks[n];
         block = {nullptr, object.last, &wait};
         (object.last ? object.last->next : object.first) = &block;
         object.last = &block;
@@ -231,11 +205,22 @@ void UnlinkBlocks(Wait& wait)
     for (std::uint32_t n = 0; n < wait.count; ++n)
     {
         Waitable& object = *wait.objects[n];
-        Block& block = wait.blocks[n];
+        WaitBlock& block = wait.blocks[n];
         (block.next ? block.next->prev : object.last) = block.prev;
         (block.prev ? block.prev->next : object.first) = block.next;
     }
 }
+
+// Holds the dispatcher lock; its holder is not suspended.
+class DispatcherGuard
+{
+public:
+    DispatcherGuard() { dispatcher.Enter(); }
+    ~DispatcherGuard() { dispatcher.Leave(); }
+
+private:
+    const SuspendGuard suspension;
+};
 
 // Holds the dispatcher lock, and wakes after it is released whoever was served meanwhile.
 class Dispatch
@@ -254,10 +239,10 @@ public:
     // Serves the waiters of an object whose state has grown, in their order, as far as it goes.
     void Serve(Waitable& object)
     {
-        for (Block* block = object.first; block;)
+        for (WaitBlock* block = object.first; block;)
         {
             Wait& wait = *block->wait;
-            Block* next = block->next;
+            WaitBlock* next = block->next;
             if (TryTake(wait))
             {
                 // A wait may name one object twice; its second block goes together with the first.
@@ -300,6 +285,7 @@ private:
 
     static void Wake(std::uint32_t* word) { Futex(word, FUTEX_WAKE, 1, nullptr); }
 
+    const SuspendGuard suspension;
     std::uint32_t* words[32];
     std::uint32_t count = 0;
 };
@@ -312,7 +298,7 @@ bool TakeQuickly(Waitable& object)
     std::uintptr_t word = object.word.load(std::memory_order_relaxed);
     switch (object.kind)
     {
-    case Kind::Mutex:
+    case WaitKind::Mutex:
     {
         const std::uintptr_t self = ThreadIdentity();
         if (Owner(word) == self)
@@ -327,14 +313,15 @@ bool TakeQuickly(Waitable& object)
         LinkOwned(object);
         return true;
     }
-    case Kind::Semaphore:
-    case Kind::AutoEvent:
+    case WaitKind::Semaphore:
+    case WaitKind::AutoEvent:
         while (word >= One && !(word & Slow))
             if (object.word.compare_exchange_weak(word, word - One, std::memory_order_acquire,
                                                   std::memory_order_relaxed))
                 return true;
         return false;
-    case Kind::ManualEvent:
+    case WaitKind::ManualEvent:
+    case WaitKind::Thread:
         return object.word.load(std::memory_order_acquire) == One;
     }
     return false;
@@ -395,7 +382,7 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
     };
     bool isServed;
     {
-        const LockGuard guard(dispatcher);
+        const DispatcherGuard guard;
         for (std::uint32_t n = 0; n < count; ++n)
             MarkSlow(*objects[n]);
         isServed = TryTake(wait);
@@ -409,7 +396,7 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
         isServed = SleepUntilDone(wait, timeout == 0xFFFFFFFF ? nullptr : &deadline);
         if (!isServed)
         {
-            const LockGuard guard(dispatcher);
+            const DispatcherGuard guard;
             isServed = wait.done.load(std::memory_order_acquire) == Done; // served at the last moment
             if (!isServed)
             {
@@ -425,13 +412,29 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
     // What was taken and is a mutex that was not the caller's before.
     const std::uint32_t taken = wait.result >= WaitAbandoned ? wait.result - WaitAbandoned : wait.result;
     for (std::uint32_t n = all ? 0 : taken; n < (all ? count : taken + 1); ++n)
-        if (objects[n]->kind == Kind::Mutex && objects[n]->depth == 1)
+        if (objects[n]->kind == WaitKind::Mutex && objects[n]->depth == 1)
             LinkOwned(*objects[n]);
     return wait.result;
 }
 
-// The mutexes that a thread owns at its end are left behind.
-void LeaveOwned(void*)
+Waitable* Create(WaitKind kind, std::uintptr_t word, std::uint32_t maximum, const char* name)
+{
+    void* memory = name ? nullptr : std::malloc(sizeof(Waitable));
+    if (!memory)
+        return nullptr;
+    return new (memory) Waitable{word, kind, false, 0, maximum, nullptr, nullptr, nullptr, nullptr};
+}
+
+} // namespace
+
+bool WatchThread() noexcept
+{
+    if (!mine.isWatched)
+        mine.isWatched = hasEndKey.load(std::memory_order_acquire) && pthread_setspecific(endKey, &endKey) == 0;
+    return mine.isWatched;
+}
+
+void LeaveThread() noexcept
 {
     mine.isWatched = false;
     while (Waitable* object = mine.owned)
@@ -443,21 +446,27 @@ void LeaveOwned(void*)
         dispatch.Serve(*object);
         Unmark(*object);
     }
+    EndOfOwnThread();
 }
 
-Waitable* Create(Kind kind, std::uintptr_t word, std::uint32_t maximum, const char* name)
+bool HasEnded(const Waitable& thread) noexcept
 {
-    void* memory = name ? nullptr : std::malloc(sizeof(Waitable));
-    if (!memory)
-        return nullptr;
-    return new (memory) Waitable{word, kind, false, 0, maximum, nullptr, nullptr, nullptr, nullptr};
+    return thread.word.load(std::memory_order_acquire) >= One;
 }
 
-} // namespace
+void SignalEnd(Waitable& thread) noexcept
+{
+    Dispatch dispatch;
+    MarkSlow(thread);
+    thread.word.store(One | Slow, std::memory_order_release);
+    dispatch.Serve(thread);
+    Unmark(thread);
+}
 
 void OpenWaits() noexcept
 {
-    if (!hasEndKey.load() && pthread_key_create(&endKey, LeaveOwned) == 0)
+    const auto end = [](void*) { LeaveThread(); };
+    if (!hasEndKey.load() && pthread_key_create(&endKey, end) == 0)
         hasEndKey.store(true, std::memory_order_release);
 }
 
@@ -469,7 +478,7 @@ void CloseWaits() noexcept
 
 Waitable* CreateMutex(bool owned, const char* name) noexcept
 {
-    Waitable* object = Create(Kind::Mutex, 0, 0, name);
+    Waitable* object = Create(WaitKind::Mutex, 0, 0, name);
     if (object && owned)
         TakeQuickly(*object);
     return object;
@@ -479,35 +488,43 @@ Waitable* CreateSemaphore(std::int32_t initial, std::int32_t maximum, const char
 {
     if (maximum < 1 || initial < 0 || initial > maximum)
         return nullptr;
-    return Create(Kind::Semaphore, static_cast<std::uintptr_t>(initial) * One, static_cast<std::uint32_t>(maximum),
+    return Create(WaitKind::Semaphore, static_cast<std::uintptr_t>(initial) * One, static_cast<std::uint32_t>(maximum),
                   name);
 }
 
 Waitable* CreateEvent(bool manual, bool signalled, const char* name) noexcept
 {
-    return Create(manual ? Kind::ManualEvent : Kind::AutoEvent, signalled ? One : 0, 1, name);
+    return Create(manual ? WaitKind::ManualEvent : WaitKind::AutoEvent, signalled ? One : 0, 1, name);
 }
 
 void CloseWaitable(Waitable* object) noexcept
 {
     if (!object)
         return;
-    Dispatch dispatch;
-    MarkSlow(*object);
-    object->isClosed = true;
-    if (object->kind == Kind::Mutex && Owner(WordOf(*object)) == ThreadIdentity())
+    const bool isThread = object->kind == WaitKind::Thread;
+    const std::uintptr_t native = isThread ? NativeThread(*object) : 0;
+    bool hasEnded;
     {
-        UnlinkOwned(*object);
-        object->depth = 0;
-        object->word.store(Slow, std::memory_order_release);
-        dispatch.Serve(*object);
+        Dispatch dispatch;
+        MarkSlow(*object);
+        object->isClosed = true;
+        if (object->kind == WaitKind::Mutex && Owner(WordOf(*object)) == ThreadIdentity())
+        {
+            UnlinkOwned(*object);
+            object->depth = 0;
+            object->word.store(Slow, std::memory_order_release);
+            dispatch.Serve(*object);
+        }
+        hasEnded = HasEnded(*object);
+        Unmark(*object);
     }
-    Unmark(*object);
+    if (isThread)
+        LetGo(native, hasEnded);
 }
 
 bool ReleaseMutex(Waitable* object) noexcept
 {
-    if (!object || object->kind != Kind::Mutex)
+    if (!object || object->kind != WaitKind::Mutex)
         return false;
     const std::uintptr_t self = ThreadIdentity();
     if (Owner(object->word.load(std::memory_order_relaxed)) != self)
@@ -530,7 +547,7 @@ bool ReleaseMutex(Waitable* object) noexcept
 
 bool ReleaseSemaphore(Waitable* object, std::uint32_t count) noexcept
 {
-    if (!object || object->kind != Kind::Semaphore || count == 0 || count > object->maximum)
+    if (!object || object->kind != WaitKind::Semaphore || count == 0 || count > object->maximum)
         return false;
     std::uintptr_t word = object->word.load(std::memory_order_relaxed);
     while (!(word & Slow))
@@ -556,7 +573,7 @@ bool ReleaseSemaphore(Waitable* object, std::uint32_t count) noexcept
 
 bool SetEvent(Waitable* object) noexcept
 {
-    if (!object || (object->kind != Kind::AutoEvent && object->kind != Kind::ManualEvent))
+    if (!object || (object->kind != WaitKind::AutoEvent && object->kind != WaitKind::ManualEvent))
         return false;
     // Also when the event is signalled already: what the caller wrote before must be seen by who comes next.
     std::uintptr_t word = object->word.load(std::memory_order_relaxed);
@@ -573,7 +590,7 @@ bool SetEvent(Waitable* object) noexcept
 
 bool PulseEvent(Waitable* object) noexcept
 {
-    if (!object || (object->kind != Kind::AutoEvent && object->kind != Kind::ManualEvent))
+    if (!object || (object->kind != WaitKind::AutoEvent && object->kind != WaitKind::ManualEvent))
         return false;
     Dispatch dispatch;
     MarkSlow(*object);
@@ -586,13 +603,13 @@ bool PulseEvent(Waitable* object) noexcept
 
 bool ResetEvent(Waitable* object) noexcept
 {
-    if (!object || (object->kind != Kind::AutoEvent && object->kind != Kind::ManualEvent))
+    if (!object || (object->kind != WaitKind::AutoEvent && object->kind != WaitKind::ManualEvent))
         return false;
     std::uintptr_t word = object->word.load(std::memory_order_relaxed);
     while (!(word & Slow))
         if (object->word.compare_exchange_weak(word, 0, std::memory_order_acq_rel, std::memory_order_relaxed))
             return true;
-    const LockGuard guard(dispatcher);
+    const DispatcherGuard guard;
     MarkSlow(*object);
     object->word.store(Slow, std::memory_order_release);
     Unmark(*object);

@@ -37,6 +37,7 @@ struct FileOptions
     std::string input;               // of all others
     std::string output;
     bool force = false;
+    bool flat = false; // chunk dump: does not look for blocks in blocks
     bool json = false;
 };
 
@@ -65,6 +66,9 @@ Exit ImageScale(Mounts& mounts, const EditOptions& options);
 Exit ImageCrop(Mounts& mounts, const EditOptions& options);
 Exit ImageAdjust(Mounts& mounts, const EditOptions& options);
 Exit ImageDraw(Mounts& mounts, const EditOptions& options);
+
+Exit ChunkDumpCommand(Mounts& mounts, const FileOptions& options);
+Exit BlockDumpCommand(Mounts& mounts, const FileOptions& options);
 
 Exit Which(Mounts& mounts, const FileOptions& options);
 Exit Info(const FileOptions& options);

@@ -41,11 +41,13 @@ private:
     void AddMounts(CLI::App* command);
     void AddArchive();
     void AddStream();
+    void AddDumps();
     void AddImage();
     void AddImageEdits(CLI::App* group);
     int WrongUsage(const CLI::ParseError& error);
 
-    CLI::App app{"Works with the archives, compressed streams and images of the Bedrock library.", "bedrock"};
+    CLI::App app{"Works with the archives, compressed streams, images and other files of the Bedrock library.",
+                 "bedrock"};
     Request request;
     std::vector<std::string> mountTexts;
     ArchiveOptions archive;
@@ -210,6 +212,24 @@ void CommandLine::AddImageEdits(CLI::App* group)
         ->required();
 }
 
+void CommandLine::AddDumps()
+{
+    CLI::App* group = app.add_subcommand("chunk", "Look into files of tagged blocks");
+    group->require_subcommand(1);
+    CLI::App* command = Command(group, "dump", "Show the tree of blocks with offsets, sizes and ids", false,
+                                [this](Mounts& mounts) { return ChunkDumpCommand(mounts, files); });
+    command->add_option("FILE", files.input, "The file to look at")->required();
+    command->add_flag("--flat", files.flat, "Do not look for blocks in the bodies of blocks");
+    Json(command, files.json);
+
+    group = app.add_subcommand("block", "Look into text files of keys, values and blocks in braces");
+    group->require_subcommand(1);
+    command = Command(group, "dump", "Show entries and blocks as the library reads them", false,
+                      [this](Mounts& mounts) { return BlockDumpCommand(mounts, files); });
+    command->add_option("FILE", files.input, "The file to look at")->required();
+    Json(command, files.json);
+}
+
 CommandLine::CommandLine()
 {
     app.require_subcommand(1);
@@ -220,6 +240,7 @@ CommandLine::CommandLine()
     AddArchive();
     AddStream();
     AddImage();
+    AddDumps();
 
     CLI::App* command = Command(&app, "which", "Show which mounted location serves a name, and which others have it",
                                 false, [this](Mounts& mounts) { return Which(mounts, files); });

@@ -5,6 +5,7 @@
 
 #include <Bedrock/files/FileSub.h>
 #include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/files/NameCase.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Files.h>
@@ -156,13 +157,21 @@ File::Result File::Open(const PString& subst, const char* path, std::uint32_t op
     return Detect();
 }
 
-// Opens a file on disk and notes it as `name`. False leaves the handle closed.
+// Opens a file on disk and notes it as `name`, in the spelling that it has there. A file is made only if there is none
+// in any case, in the folder that is there in some. False leaves the handle closed.
 bool File::OpenHandle(const char* path, unsigned openFlags, Platform::Share share)
 {
     if (std::strlen(path) >= Path::capacity)
         return false;
     name = path;
-    return Platform::OpenFile(handle, path, openFlags, share) == Platform::Status::Ok;
+    const unsigned existing = openFlags & ~static_cast<unsigned>(Platform::OpenCreate);
+    Platform::Status status = Platform::OpenFile(handle, name, existing, share);
+    if (status != Platform::Status::NotFound)
+        return status == Platform::Status::Ok;
+    const NameCase::Respelled respelled = NameCase::Respell(name);
+    if (respelled == NameCase::Respelled::Whole || (openFlags & Platform::OpenCreate))
+        status = Platform::OpenFile(handle, name, openFlags, share);
+    return status == Platform::Status::Ok;
 }
 
 // A plain member ends with its payload, whatever its entry says.

@@ -3,6 +3,7 @@
 #include <Bedrock/files/FileSubArchive.h>
 #include <Bedrock/files/FileSubstList.h>
 #include <Bedrock/files/FolderListing.h>
+#include <Bedrock/files/NameCase.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/memory/PString.h>
 
@@ -206,6 +207,8 @@ bool FileFind::NextSearch()
 void FileFind::OpenListing(const char* folder)
 {
     listing = FolderListing::Read(folder, wildcard);
+    if (FilePath path(folder); !listing && NameCase::Respell(path) == NameCase::Respelled::Whole)
+        listing = FolderListing::Read(path, wildcard);
     if (listing)
         searchHandle = 0;
 }

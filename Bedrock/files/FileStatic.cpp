@@ -4,6 +4,7 @@
 
 #include <Bedrock/files/FileSub.h>
 #include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/files/NameCase.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Files.h>
@@ -31,6 +32,14 @@ const char* Inside(const char* name)
     return IsSeparator(*path) ? path + 1 : path;
 }
 
+// A call of the system for a plain name in any case.
+template <class Operation>
+bool OnDisk(const char* name, Operation operation)
+{
+    FilePath path(name);
+    return NameCase::Find(path, operation) == Platform::Status::Ok;
+}
+
 FileSubstitute* Lookup(const PString& subst)
 {
     const char* word = subst;
@@ -48,7 +57,8 @@ File::Result File::Exists(const char* path)
         PString word;
         return found->Exists(word, Inside(path));
     }
-    return Platform::Exists(path) ? RES_OK : RES_FILENOTFOUND;
+    Path plain(path);
+    return NameCase::Exists(plain) ? RES_OK : RES_FILENOTFOUND;
 }
 
 File::Result File::Exists(PString& subst, const char* path)
@@ -65,7 +75,7 @@ bool File::Unlink(const char* path)
         return false;
     if (FileSubstitute* found = Path::GetSubst(path))
         return found->Unlink(Inside(path));
-    return Platform::Remove(path) == Platform::Status::Ok;
+    return OnDisk(path, Platform::Remove);
 }
 
 bool File::Unlink(const PString& subst, const char* path)
@@ -80,7 +90,9 @@ bool File::Rename(const char* from, const char* to)
         return false;
     if (FileSubstitute* found = Path::GetSubst(from))
         return found->Rename(Path::GetPath(from), Path::GetPath(to));
-    return Platform::Rename(from, to) == Platform::Status::Ok;
+    Path source(from);
+    Path target(to);
+    return NameCase::Rename(source, target);
 }
 
 bool File::Rename(const PString& subst, const char* from, const char* to)
@@ -91,12 +103,12 @@ bool File::Rename(const PString& subst, const char* from, const char* to)
 
 bool File::Cd(const char* path)
 {
-    return Fits(path) && Platform::ChangeFolder(path) == Platform::Status::Ok;
+    return Fits(path) && OnDisk(path, Platform::ChangeFolder);
 }
 
 bool File::Rd(const char* path)
 {
-    return Fits(path) && Platform::RemoveFolder(path) == Platform::Status::Ok;
+    return Fits(path) && OnDisk(path, Platform::RemoveFolder);
 }
 
 bool File::Md(const char* path)
@@ -108,7 +120,7 @@ bool File::Md(const char* path)
     while (rest.Length() > 0)
     {
         made.Add(rest.ExtractFirstPath());
-        if (Platform::Exists(made))
+        if (NameCase::Exists(made))
             continue;
         const Platform::Status status = Platform::MakeFolder(made);
         if (status != Platform::Status::Ok && status != Platform::Status::Exists) // made by another just now
@@ -127,7 +139,7 @@ bool File::GetStamp(Time& time, const char* path)
         return found->GetStamp(time, Inside(path));
     }
     Platform::FileInfo info;
-    if (Platform::GetInfo(path, info) != Platform::Status::Ok)
+    if (!OnDisk(path, [&](const char* plain) { return Platform::GetInfo(plain, info); }))
         return false;
     time = static_cast<std::int32_t>(info.modified);
     return true;
@@ -136,8 +148,12 @@ bool File::GetStamp(Time& time, const char* path)
 void File::SetStamp(Time& time, const char* path)
 {
     Platform::FileInfo info;
-    if (!Fits(path) || Platform::GetInfo(path, info) != Platform::Status::Ok ||
-        Platform::SetTimes(path, info.accessed, time.seconds) != Platform::Status::Ok)
+    const auto set = [&](const char* plain)
+    {
+        const Platform::Status status = Platform::GetInfo(plain, info);
+        return status == Platform::Status::Ok ? Platform::SetTimes(plain, info.accessed, time.seconds) : status;
+    };
+    if (!Fits(path) || !OnDisk(path, set))
         throw FileEx("File", __LINE__, "SetStamp() failure");
 }
 
@@ -147,7 +163,13 @@ bool File::TrueName(char* path)
         return false;
     FileSubstitute* found = Path::GetSubst(path);
     if (!found)
-        return Platform::Exists(path);
+    {
+        Path plain(path);
+        const bool exists = NameCase::Exists(plain);
+        if (exists)
+            std::memcpy(path, plain.Text(), plain.Length() + 1); // as long as it was
+        return exists;
+    }
     const char* inside = Inside(path);
     std::memmove(path, inside, std::strlen(inside) + 1);
     return found->TrueName(path);

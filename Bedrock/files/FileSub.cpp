@@ -5,6 +5,7 @@
 
 #include <Bedrock/files/FileSubArchive.h>
 #include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/files/NameCase.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/platform/Files.h>
 
@@ -21,26 +22,41 @@ bool IsSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-// Whether the levels of a name, walked one by one, ever lead above where they began.
-bool Climbs(const char* name)
+// Takes the levels "." and ".." out of a name, in its text alone: what a link in it leads to has no say. False if that
+// would lead above where the name begins.
+bool Straighten(const char* name, char (&out)[FilePath::capacity + 1])
 {
-    int depth = 0;
+    std::size_t length = 0;
+    if (std::strlen(name) >= FilePath::capacity)
+        return false;
     while (*name)
     {
-        const char* end = name;
-        while (*end && !IsSeparator(*end))
-            ++end;
-        const auto length = end - name;
-        if (length == 2 && name[0] == '.' && name[1] == '.')
+        std::size_t size = 0;
+        while (name[size] && !IsSeparator(name[size]))
+            ++size;
+        const bool up = size == 2 && name[0] == '.' && name[1] == '.';
+        const bool here = size == 0 || (size == 1 && name[0] == '.');
+        if (up && length == 0)
+            return false;
+        if (up)
         {
-            if (--depth < 0)
-                return true;
+            --length; // the separator
+            while (length > 0 && !IsSeparator(out[length - 1]))
+                --length;
         }
-        else if (length > 1 || (length == 1 && name[0] != '.'))
-            ++depth;
-        name = *end ? end + 1 : end;
+        const std::size_t step = size + (name[size] != '\0');
+        if (!up && !here)
+        {
+            std::memcpy(out + length, name, size);
+            length += size;
+            out[length++] = '/';
+        }
+        name += step;
     }
-    return false;
+    if (length > 0 && !IsSeparator(name[-1]))
+        --length;
+    out[length] = '\0';
+    return true;
 }
 
 } // namespace
@@ -310,7 +326,7 @@ bool FileSubstitute::LeadsTo(const FileSubstitute* other)
 FileSubPath::FileSubPath(const char* folder, bool writable)
     : path(folder), flags(static_cast<std::uint8_t>(writable ? 0 : ReadOnly))
 {
-    if (Platform::Exists(path))
+    if (File::Path there(path); NameCase::Exists(there))
         flags |= Valid;
 }
 
@@ -331,7 +347,14 @@ bool FileSubPath::IsKind(int kind)
 
 bool FileSubPath::Join(File::Path& out, const char* name) const
 {
-    if (Climbs(name) || path.Length() + std::strlen(name) >= File::Path::capacity)
+    char straight[File::Path::capacity + 1];
+    if (std::strstr(name, ".."))
+    {
+        if (!Straighten(name, straight))
+            return false;
+        name = straight;
+    }
+    if (path.Length() + std::strlen(name) >= File::Path::capacity)
         return false;
     out.Make(path, name);
     return true;
@@ -380,26 +403,26 @@ void FileSubPath::CloseFile(File& file)
 bool FileSubPath::Exists(PString&, const char* name)
 {
     File::Path joined;
-    return Join(joined, name) && Platform::Exists(joined);
+    return Join(joined, name) && NameCase::Exists(joined);
 }
 
 bool FileSubPath::Unlink(const char* name)
 {
     File::Path joined;
-    return Join(joined, name) && Platform::Remove(joined) == Platform::Status::Ok;
+    return Join(joined, name) && NameCase::Find(joined, Platform::Remove) == Platform::Status::Ok;
 }
 
 bool FileSubPath::Rename(const char* from, const char* to)
 {
     File::Path source;
     File::Path target;
-    return Join(source, from) && Join(target, to) && Platform::Rename(source, target) == Platform::Status::Ok;
+    return Join(source, from) && Join(target, to) && NameCase::Rename(source, target);
 }
 
 bool FileSubPath::TrueName(char* name)
 {
     File::Path joined;
-    if (!Join(joined, name) || !Platform::Exists(joined))
+    if (!Join(joined, name) || !NameCase::Exists(joined))
         return false;
     std::memcpy(name, joined.Text(), joined.Length() + 1);
     return true;
@@ -409,7 +432,8 @@ bool FileSubPath::GetStamp(File::Time& time, const char* name)
 {
     File::Path joined;
     Platform::FileInfo info;
-    if (!Join(joined, name) || Platform::GetInfo(joined, info) != Platform::Status::Ok)
+    const auto ask = [&](const char* there) { return Platform::GetInfo(there, info); };
+    if (!Join(joined, name) || NameCase::Find(joined, ask) != Platform::Status::Ok)
         return false;
     time = static_cast<std::int32_t>(info.modified);
     return true;

@@ -4,6 +4,7 @@
 #include <Bedrock/files/FileSubArchive.h>
 
 #include <Bedrock/files/ArchiveFormat.h>
+#include <Bedrock/files/NameCase.h>
 #include <Bedrock/files/TemporaryFile.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/platform/Files.h>
@@ -54,7 +55,10 @@ bool FileSubArchive::OpenExisting()
     Platform::FileInfo info;
     const unsigned access = archiveFlags & ReadOnly ? Platform::OpenReadOnly : Platform::OpenReadWrite;
     Platform::FileHandle file;
-    if (Platform::OpenFile(file, archivePath, access, Platform::Share::DenyNone, &info) != Platform::Status::Ok)
+    File::Path path = archivePath;
+    const auto open = [&](const char* name)
+    { return Platform::OpenFile(file, name, access, Platform::Share::DenyNone, &info); };
+    if (NameCase::Find(path, open) != Platform::Status::Ok)
         return false;
     if (Recognise(file, info.length))
         archiveHandle = file;
@@ -102,8 +106,13 @@ bool FileSubArchive::Recognise(Platform::FileHandle file, std::uint64_t length)
 void FileSubArchive::CreateNew()
 {
     Platform::FileHandle file;
-    bool made = Platform::OpenFile(file, archivePath, Platform::OpenReadWrite | Platform::OpenCreate,
-                                   Platform::Share::DenyNone) == Platform::Status::Ok;
+    File::Path path = archivePath;
+    const auto make = [&]
+    {
+        return Platform::OpenFile(file, path, Platform::OpenReadWrite | Platform::OpenCreate,
+                                  Platform::Share::DenyNone) == Platform::Status::Ok;
+    };
+    bool made = make() || (NameCase::Respell(path) == NameCase::Respelled::Folder && make());
     if (made)
     {
         Platform::LockWriter(file);

@@ -2,6 +2,7 @@
 
 #include <Bedrock/files/FileSubstList.h>
 
+#include <Bedrock/files/NameCase.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/memory/PString.h>
 
@@ -40,6 +41,7 @@ FileSubstList::~FileSubstList()
     }
     head = nullptr;
     count = 0;
+    NameCase::Clear();
 }
 
 FileSubstitute* FileSubstList::Find(const PString& name) noexcept

@@ -12,8 +12,6 @@ namespace Zem
 namespace
 {
 
-constexpr std::uint32_t readSize = 32768; // names that one call of the system delivers
-
 bool IsDots(const char* name)
 {
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
@@ -37,7 +35,6 @@ FolderListing::~FolderListing()
 {
     if (folder.IsOpen())
         Platform::CloseFile(folder);
-    Alloc::Delete(text);
     Alloc::Delete(items);
 }
 
@@ -54,47 +51,16 @@ FolderListing* FolderListing::Read(const char* name, const char* wildcard)
     }
     listing->AddRef();
     listing->folder = handle;
-    listing->ReadAll(wildcard);
+    listing->names.Read(handle, wildcard);
     listing->Sort();
     return listing;
-}
-
-void FolderListing::ReadAll(const char* wildcard)
-{
-    for (std::uint32_t room = 0;;)
-    {
-        if (room - textSize < readSize)
-        {
-            const std::uint32_t wider = room ? 2 * room : 2 * readSize;
-            auto* block = wider > room ? static_cast<char*>(Alloc::New(wider)) : nullptr;
-            if (!block)
-                return;
-            std::memcpy(block, text ? text : "", textSize);
-            Alloc::Delete(text);
-            text = block;
-            room = wider;
-        }
-        std::size_t got = 0;
-        const std::uint32_t start = (textSize + 7) & ~7u;
-        if (Platform::ReadNames(folder, text + start, room - start, got) != Platform::Status::Ok || got == 0)
-            return;
-        for (const char* name = text + start; name < text + start + got;)
-        {
-            const std::size_t size = std::strlen(name) + 1;
-            if (FilePath::IsMatch(name, wildcard))
-            {
-                std::memmove(text + textSize, name, size);
-                textSize += static_cast<std::uint32_t>(size);
-                ++count;
-            }
-            name += size;
-        }
-    }
 }
 
 // What all names begin with is left out of the keys, so that these tell most names apart.
 void FolderListing::Sort()
 {
+    const char* const text = names.Text();
+    count = names.Count();
     items = count ? static_cast<Item*>(Alloc::New(std::size_t{count} * sizeof(Item))) : nullptr;
     if (!items)
     {
@@ -105,7 +71,7 @@ void FolderListing::Sort()
     std::uint32_t next = 0;
     const char* sample = nullptr;
     std::size_t common = 0;
-    for (std::uint32_t at = 0; at < textSize; at += static_cast<std::uint32_t>(std::strlen(text + at)) + 1)
+    for (std::uint32_t at = 0; at < names.Size(); at += static_cast<std::uint32_t>(std::strlen(text + at)) + 1)
     {
         items[next].at = at;
         if (IsDots(text + at))
@@ -127,7 +93,7 @@ void FolderListing::Sort()
     for (std::uint32_t i = dots; i < count; ++i)
         items[i].key = Key(text + items[i].at + common);
     std::sort(items + dots, items + count,
-              [this](const Item& a, const Item& b)
+              [text](const Item& a, const Item& b)
               { return a.key != b.key ? a.key < b.key : std::strcmp(text + a.at, text + b.at) < 0; });
     if (dots == 2 && text[items[0].at + 1] == '.')
         std::swap(items[0].at, items[1].at);
@@ -135,7 +101,7 @@ void FolderListing::Sort()
 
 bool FolderListing::Describe(std::uint32_t index, FileEntry& entry) const
 {
-    const char* name = text + items[index].at;
+    const char* name = names.Text() + items[index].at;
     Platform::NameInfo info;
     if (Platform::GetInfo(folder, name, info) != Platform::Status::Ok)
         return false;

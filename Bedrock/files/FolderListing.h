@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Bedrock/files/Entry.h>
+#include <Bedrock/files/FolderNames.h>
 #include <Bedrock/memory/ReferenceCount.h>
 #include <Bedrock/platform/FileHandle.h>
 
@@ -30,18 +31,16 @@ private:
     struct Item
     {
         std::uint64_t key; // eight bytes of the name in their order, behind what all names begin with
-        std::uint32_t at;  // of the name, in `text`
+        std::uint32_t at;  // of the name, in `names`
     };
 
     FolderListing() = default;
     ~FolderListing() override;
 
-    void ReadAll(const char* wildcard);
     void Sort();
 
     Platform::FileHandle folder;
-    char* text = nullptr; // the names, each with its terminator
-    std::uint32_t textSize = 0;
+    FolderNames names;
     std::uint32_t count = 0;
     Item* items = nullptr;
 };

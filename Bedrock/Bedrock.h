@@ -27,6 +27,8 @@
 #include <Bedrock/host/Log.h>
 #include <Bedrock/host/LogClient.h>
 #include <Bedrock/host/Options.h>
+#include <Bedrock/host/ExceptionHandler.h>
+#include <Bedrock/host/HardwareException.h>
 #include <Bedrock/host/ResultClass.h>
 #include <Bedrock/host/SharedMemory.h>
 

@@ -33,10 +33,10 @@ public:
     class Guard
     {
     public:
-        Guard() noexcept { lock.Enter(); }
-        ~Guard() { lock.Leave(); }
-        Guard(const Guard&) = delete;
-        Guard& operator=(const Guard&) = delete;
+        Guard() noexcept : guard(lock) {}
+
+    private:
+        Platform::LockGuard guard;
     };
 
 private:

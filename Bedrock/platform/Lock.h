@@ -35,17 +35,25 @@ private:
     std::atomic<std::uint32_t> waking{0};   // 1 while a thread has been woken and has not come back yet
 };
 
-/// Holds a `Lock` for a scope.
+/// Holds a `Lock` for a scope. A thread's guards are known to the frame that catches a fault: what the abandoned code
+/// held is given back there, since its destructors do not run.
 class LockGuard
 {
 public:
-    explicit LockGuard(Lock& held) noexcept : lock(held) { lock.Enter(); }
-    ~LockGuard() { lock.Leave(); }
+    explicit LockGuard(Lock& held) noexcept;
+    ~LockGuard();
     LockGuard(const LockGuard&) = delete;
     LockGuard& operator=(const LockGuard&) = delete;
 
 private:
     Lock& lock;
 };
+
+/// How many locks the calling thread holds by guards.
+std::uint32_t HeldLocks() noexcept;
+
+/// Leaves the locks of the calling thread's youngest guards until `count` are held; those guards are gone, without their
+/// destructors. Guards that lie more than eight deep are not known and keep their locks.
+void ReleaseHeldLocks(std::uint32_t count) noexcept;
 
 } // namespace Zem::Platform

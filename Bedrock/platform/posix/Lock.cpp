@@ -159,4 +159,52 @@ bool Lock::WakeOne() noexcept
     return true;
 }
 
+namespace
+{
+
+constexpr std::uint32_t KnownGuards = 8;
+
+// The locks of the thread's guards, the oldest first; not a list through the guards, whose stack may be in ruins when
+// it is needed. The count goes on above what the array holds.
+struct Held
+{
+    volatile std::uint32_t count;
+    Lock* locks[KnownGuards];
+};
+
+constinit thread_local Held held __attribute__((tls_model("initial-exec"))) = {};
+
+} // namespace
+
+LockGuard::LockGuard(Lock& entered) noexcept : lock(entered)
+{
+    lock.Enter();
+    const std::uint32_t index = held.count;
+    if (index < KnownGuards)
+        held.locks[index] = &lock;
+    held.count = index + 1;
+}
+
+LockGuard::~LockGuard()
+{
+    held.count = held.count - 1;
+    lock.Leave();
+}
+
+std::uint32_t HeldLocks() noexcept
+{
+    return held.count;
+}
+
+void ReleaseHeldLocks(std::uint32_t count) noexcept
+{
+    while (held.count > count)
+    {
+        const std::uint32_t index = held.count - 1;
+        held.count = index;
+        if (index < KnownGuards)
+            held.locks[index]->Leave();
+    }
+}
+
 } // namespace Zem::Platform

@@ -23,4 +23,23 @@ bool Lock::Leave() noexcept
     return true;
 }
 
+LockGuard::LockGuard(Lock& entered) noexcept : lock(entered)
+{
+    lock.Enter();
+}
+
+LockGuard::~LockGuard()
+{
+    lock.Leave();
+}
+
+std::uint32_t HeldLocks() noexcept
+{
+    return 0;
+}
+
+void ReleaseHeldLocks(std::uint32_t) noexcept
+{
+}
+
 } // namespace Zem::Platform

@@ -24,11 +24,11 @@
 #include <Bedrock/host/Debugger.h>
 #include <Bedrock/host/DynamicLibrary.h>
 #include <Bedrock/host/Exception.h>
+#include <Bedrock/host/ExceptionHandler.h>
+#include <Bedrock/host/HardwareException.h>
 #include <Bedrock/host/Log.h>
 #include <Bedrock/host/LogClient.h>
 #include <Bedrock/host/Options.h>
-#include <Bedrock/host/ExceptionHandler.h>
-#include <Bedrock/host/HardwareException.h>
 #include <Bedrock/host/ResultClass.h>
 #include <Bedrock/host/SharedMemory.h>
 

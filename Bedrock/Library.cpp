@@ -6,10 +6,12 @@
 #include <Bedrock/Library.h>
 
 #include <Bedrock/files/FileSubstList.h>
+#include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/host/Log.h>
 #include <Bedrock/host/Loss.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
+#include <Bedrock/platform/Fault.h>
 #include <Bedrock/platform/Module.h>
 #include <Bedrock/platform/ReportDialog.h>
 #include <Bedrock/platform/Thread.h>
@@ -56,6 +58,9 @@ const double Log::startTime = Time::GetSeconds();
 // The substitution list. Its lock is there without an initialiser, and outlives it.
 constinit FileSubstList FileSubstList::instance;
 
+// The protected entry writes its reports as this client.
+LogClient* const ExceptionHandler::client = Log::GetClient("ExceptionHandler");
+
 // The attach step: from here on text can be interned.
 struct Attachment
 {
@@ -75,6 +80,7 @@ struct Attachment
     // still write lines: the log says its last word under its lock, and they reach the debugger from then on.
     ~Attachment()
     {
+        Platform::CloseFaults(); // they are the system's from here on
         if (!Platform::HasThreads())
             PString::Done();
         Log::End();

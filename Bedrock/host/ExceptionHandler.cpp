@@ -2,12 +2,16 @@
 
 #include <Bedrock/host/AssertEx.h>
 #include <Bedrock/host/HardwareException.h>
+#include <Bedrock/host/Log.h>
+#include <Bedrock/host/LogClient.h>
 #include <Bedrock/host/ReportDialog.h>
 #include <Bedrock/memory/AllocReport.h>
 #include <Bedrock/memory/HeapOperators.h>
+#include <Bedrock/memory/PString.h>
 #include <Bedrock/memory/PStringCache.h>
 #include <Bedrock/platform/Fault.h>
 #include <Bedrock/platform/Lock.h>
+#include <Bedrock/platform/Process.h>
 #include <Bedrock/platform/ReportDialog.h>
 
 #include <atomic>
@@ -16,7 +20,7 @@
 namespace Zem
 {
 
-/// An emergency hook. Its fields stand in the order in which debuggers' scripts expect them.
+/// An emergency hook.
 struct ExceptionHandler::Shutdown
 {
     ZEM_HEAP_OPERATORS
@@ -54,7 +58,7 @@ struct Site
     const char* reason;
 };
 
-constinit thread_local Site site __attribute__((tls_model("initial-exec"))) = {};
+constinit thread_local Site site = {};
 
 // Runs any callable as a guarded call.
 template <class Body>
@@ -63,11 +67,31 @@ bool Guarded(Body body)
     return Platform::CallGuarded([](void* call) { (*static_cast<Body*>(call))(); }, &body);
 }
 
-void RecoverLibrary()
+// For a frame in which this thread was stopped: what the library's innards hold for it is given back.
+void RecoverLibrary() noexcept
 {
     RecoverAllocAfterFault();
-    if (PStringCache* cache = PStringCache::Instance())
+    Log::RecoverAfterFault();
+    if (PStringCache* cache = PString::Cache())
         cache->RecoverAfterFault();
+}
+
+void WriteLog(LogClient* client, const char* text)
+{
+    if (LogClient::Wants(client, LogClient::Err))
+        client->Write(LogClient::Err, "%s", text);
+}
+
+void EndLog()
+{
+    try
+    {
+        Log::Shutdown(false);
+    }
+    catch (const Exception&)
+    {
+        Log::Shutdown(true);
+    }
 }
 
 void ShowReportFailed()
@@ -121,15 +145,15 @@ int ExceptionHandler::MainTryCatch(int (*function)(void*), void* argument)
 Platform::FaultAnswer ExceptionHandler::FilterException(const Platform::Fault& fault) noexcept
 {
     // A thread that waits here for another one's report must not keep from it what it was stopped in.
-    if (!lock.TryEnter())
+    const bool isFree = lock.TryEnter();
+    if (!isFree && fault.code != Platform::FaultThrown)
     {
-        if (fault.code != Platform::FaultThrown)
-        {
-            Platform::ReleaseHeldLocks(0);
-            RecoverLibrary();
-        }
-        lock.Enter();
+        Platform::ReleaseHeldLocks(0);
+        RecoverLibrary();
     }
+    const Platform::LockGuard guard(lock);
+    if (isFree)
+        lock.Leave(); // once is enough
     Platform::FaultAnswer answer = Platform::FaultAnswer::Abandon;
     if (!ignore.load(std::memory_order_relaxed))
     {
@@ -143,9 +167,11 @@ Platform::FaultAnswer ExceptionHandler::FilterException(const Platform::Fault& f
                     answer = Platform::FaultAnswer::GoOn;
             });
         if (!isWhole)
+        {
+            RecoverLibrary();
             ShowReportFailed();
+        }
     }
-    lock.Leave();
     return answer;
 }
 
@@ -159,6 +185,11 @@ int ExceptionHandler::ProcessException(Exception& failure)
     if (ignore.load(std::memory_order_relaxed))
         return 1;
     const AllocReportScope arena;
+    if (!Guarded([] { WriteLog(client, "Exception ..."); }))
+    {
+        RecoverLibrary();
+        Log::Shutdown(true);
+    }
     ++reports;
     int result = 1;
     const bool isWhole = Guarded(
@@ -171,6 +202,7 @@ int ExceptionHandler::ProcessException(Exception& failure)
     {
         if (reports == 1)
             reportDialog.Clear();
+        RecoverLibrary();
         ShowReportFailed();
         result = 1;
     }
@@ -180,18 +212,56 @@ int ExceptionHandler::ProcessException(Exception& failure)
     return result;
 }
 
+// The report goes on without a log that cannot take it.
+void ExceptionHandler::LogReportLine(const char* line)
+{
+    try
+    {
+        WriteLog(client, line);
+    }
+    catch (const Exception&)
+    {
+        Log::Shutdown(true);
+    }
+}
+
 void ExceptionHandler::InitExceptionDialog(void* dialog, Exception& failure)
 {
-    static_cast<ReportDialog*>(dialog)->Init(
-        failure, [](const char*) {}, [] {});
+    static_cast<ReportDialog*>(dialog)->Init(failure, LogReportLine, EndLog);
 }
 
 void ExceptionHandler::LogLine(void* dialog, void*, const char* format, ...)
 {
     std::va_list args;
     va_start(args, format);
-    static_cast<ReportDialog*>(dialog)->VLogLine([](const char*) {}, format, args);
+    static_cast<ReportDialog*>(dialog)->VLogLine(LogReportLine, format, args);
     va_end(args);
+}
+
+// ---- assertions
+
+void ExceptionHandler::AssertInit(const char* file, int line, const char* reason) noexcept
+{
+    site = {file, line, reason};
+}
+
+bool ExceptionHandler::Assert(const char* format, ...)
+{
+    AssertEx failure(site.file, site.line, site.reason);
+    if (!isPromptAssertions.load(std::memory_order_relaxed))
+        throw failure;
+    std::va_list args;
+    va_start(args, format);
+    failure.VSetDescriptionf(format, args);
+    va_end(args);
+    if (ProcessException(failure) == 0)
+        return true;
+    throw failure;
+}
+
+void ExceptionHandler::SetAssertions(bool prompt) noexcept
+{
+    isPromptAssertions.store(prompt, std::memory_order_relaxed);
 }
 
 // ---- emergency hooks
@@ -199,18 +269,112 @@ void ExceptionHandler::LogLine(void* dialog, void*, const char* format, ...)
 namespace
 {
 
-constinit Platform::Lock hookLock; // guards the list and the runs; not held while a hook runs
-constinit std::atomic<bool> isShuttingDown{false};
+constinit Platform::Lock hookLock; // guards the list and the runs over it; not held while a hook runs
+constinit unsigned int lastHookId = 0;
 
 } // namespace
 
 constinit ExceptionHandler::Shutdown* ExceptionHandler::criticalShutdown = nullptr;
 constinit ExceptionHandler::HookRun* ExceptionHandler::hookRuns = nullptr;
 
-/// A run over the hooks: it stands between two of them while one is called, and whoever removes the next one moves it.
+/// A thread's way along the hooks. Who removes the hook that comes next moves `next` on.
 struct ExceptionHandler::HookRun
 {
+    explicit HookRun(std::uint32_t id) noexcept : next(criticalShutdown), outer(hookRuns), thread(id)
+    {
+        hookRuns = this;
+    }
+    ~HookRun()
+    {
+        const Platform::LockGuard guard(hookLock);
+        HookRun** link = &hookRuns;
+        while (*link != this)
+            link = &(*link)->outer;
+        *link = outer;
+    }
+    HookRun(const HookRun&) = delete;
+    HookRun& operator=(const HookRun&) = delete;
+
+    /// Calls the next hook; false if there is none.
+    bool Step()
+    {
+        Shutdown hook;
+        {
+            const Platform::LockGuard guard(hookLock);
+            if (!next)
+                return false;
+            hook = *next;
+            next = hook.next;
+        }
+        hook.function(hook.data);
+        return true;
+    }
+
     Shutdown* next;
     HookRun* outer;
     std::uint32_t thread;
 };
+
+unsigned int ExceptionHandler::AddCriticalShutdown(int (*function)(void*), void* data) noexcept
+{
+    auto* hook = new Shutdown;
+    if (!hook)
+        return 0;
+    const Platform::LockGuard guard(hookLock);
+    if (++lastHookId == 0)
+        ++lastHookId;
+    *hook = {data, function, criticalShutdown, lastHookId};
+    criticalShutdown = hook;
+    return hook->id;
+}
+
+void ExceptionHandler::RemoveCriticalShutdown(unsigned int id) noexcept
+{
+    Shutdown* hook;
+    {
+        const Platform::LockGuard guard(hookLock);
+        Shutdown** link = &criticalShutdown;
+        while (*link && (*link)->id != id)
+            link = &(*link)->next;
+        hook = *link;
+        if (!hook)
+            return;
+        *link = hook->next;
+        for (HookRun* run = hookRuns; run; run = run->outer)
+            if (run->next == hook)
+                run->next = hook->next;
+    }
+    delete hook;
+}
+
+void ExceptionHandler::CriticalShutdown()
+{
+    const std::uint32_t self = Platform::CurrentThreadId();
+    hookLock.Enter();
+    // A hook that fails under a `Main` of its own does not run the hooks within the hooks.
+    bool isWithin = hookRuns && !criticalShutdown;
+    for (const HookRun* run = hookRuns; run; run = run->outer)
+        isWithin = isWithin || run->thread == self;
+    if (isWithin)
+    {
+        hookLock.Leave();
+        return;
+    }
+    HookRun run(self);
+    hookLock.Leave();
+    if (!Guarded([] { WriteLog(client, "Critical Shutdown ..."); }))
+    {
+        RecoverLibrary();
+        Log::Shutdown(true);
+    }
+    bool isLeft = true;
+    while (isLeft)
+        if (!Guarded([&] { isLeft = run.Step(); }))
+        {
+            RecoverLibrary();
+            Guarded([] { WriteLog(client, "Critical Shutdown failure!"); });
+            isLeft = false;
+        }
+}
+
+} // namespace Zem

@@ -77,17 +77,19 @@ public:
     static void LogLine(void* dialog, void* deviceContext, const char* format, ...) ZEM_PRINTF(3, 4);
 
 private:
-    friend struct Attachment;
-
     struct Shutdown;
+    struct HookRun;
     struct Call;
 
     static int MainTryCatch(int (*function)(void*), void* argument);
     static Platform::FaultAnswer FilterException(const Platform::Fault& fault) noexcept;
     static int ProcessException(Exception& failure);
     static void CriticalShutdown();
+    static void LogReportLine(const char* line);
 
-    static LogClient* client;
+    static LogClient* const client;
+    static Shutdown* criticalShutdown; // the hooks, the one added last first
+    static HookRun* hookRuns;
 };
 
 } // namespace Zem

@@ -38,9 +38,10 @@ public:
 private:
     void Describe();
     void GetCallStack(void* information);
+    void FollowFramePointers(std::uintptr_t address, std::uintptr_t frame, std::uintptr_t stack);
     bool AddLine(std::uintptr_t address);
 
-    static char tmpDescription[1024];
+    static char tmpDescription[1024]; // the line under construction
 
     void* information;
 };

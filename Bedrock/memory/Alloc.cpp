@@ -704,7 +704,7 @@ void Alloc::Dump() noexcept
 
 // ---- reports, faults, tests
 
-AllocReportScope::AllocReportScope() noexcept
+AllocReportScope::AllocReportScope(Cause cause) noexcept : isSound(cause == Failure)
 {
     ++thread.reports;
     thread.cache = nullptr;
@@ -716,6 +716,8 @@ AllocReportScope::~AllocReportScope()
         return;
     if (thread.failures == 0)
         thread.cache = thread.own;
+    if (!isSound)
+        return;
     for (Block* block = putAside.exchange(nullptr, std::memory_order_acq_rel); block;)
     {
         Block* next = block->next;

@@ -13,13 +13,22 @@ namespace Zem
 class AllocReportScope
 {
 public:
-    AllocReportScope() noexcept;
+    enum Cause
+    {
+        Failure,   // the thread itself is sound
+        AfterFault // the heap may be what broke: what is put aside stays there
+    };
+
+    explicit AllocReportScope(Cause cause = Failure) noexcept;
     ~AllocReportScope();
     AllocReportScope(const AllocReportScope&) = delete;
     AllocReportScope& operator=(const AllocReportScope&) = delete;
 
     /// Bytes of the arena that are in use, for tests.
     static std::uint32_t Used() noexcept;
+
+private:
+    bool isSound;
 };
 
 /// For the frame that catches a fault: if the fault stopped the calling thread inside a list of `Alloc`, forgets the

@@ -11,9 +11,7 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <elf.h>
-#include <exception>
 #include <link.h>
-#include <typeinfo>
 #include <unistd.h>
 
 namespace Zem::Platform
@@ -245,7 +243,7 @@ const link_map* ModuleOf(std::uintptr_t address)
 bool IsThrowing(std::uintptr_t address, const link_map* unwinder)
 {
     const link_map* module = ModuleOf(address);
-    return module == unwinder || module == ModuleOf(reinterpret_cast<std::uintptr_t>(&typeid(int))) ||
+    return module == unwinder || module == ModuleOf(reinterpret_cast<std::uintptr_t>(&abi::__cxa_get_globals)) ||
            module == ModuleOf(reinterpret_cast<std::uintptr_t>(&abi::__cxa_throw));
 }
 

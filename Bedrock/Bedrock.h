@@ -46,6 +46,7 @@
 
 // Threads, time and scheduling
 #include <Bedrock/threads/CriticalSection.h>
+#include <Bedrock/threads/Events.h>
 #include <Bedrock/threads/MultiLock.h>
 #include <Bedrock/threads/Mutex.h>
 #include <Bedrock/threads/Semaphore.h>
@@ -60,6 +61,8 @@
 
 // Maths and display helpers
 #include <Bedrock/maths/Color.h>
+#include <Bedrock/maths/Console.h>
+#include <Bedrock/maths/ConsoleBitmap.h>
 #include <Bedrock/maths/LCRand.h>
 #include <Bedrock/maths/Matrix3.h>
 #include <Bedrock/maths/Matrix4.h>

@@ -60,8 +60,9 @@ struct OwnThread
 {
     ThreadObject* object; // null in threads that others made
     sigjmp_buf* base;     // where the body was called
+    volatile bool stands; // it looks at its suspensions, and needs no signal for it
 };
-constinit thread_local OwnThread own __attribute__((tls_model("initial-exec"))) = {nullptr, nullptr};
+constinit thread_local OwnThread own __attribute__((tls_model("initial-exec"))) = {nullptr, nullptr, false};
 
 constinit std::atomic<std::uint32_t> threads{0};
 
@@ -80,17 +81,19 @@ std::uint32_t* KernelWord(std::atomic<std::uint32_t>& word)
     return reinterpret_cast<std::uint32_t*>(&word);
 }
 
-// Stands until nobody wants the thread suspended.
+// Stands until nobody wants the thread suspended. The last look comes when a signal is heeded again.
 void StandStill(ThreadObject& thread)
 {
     const int saved = errno;
     while (thread.suspensions.load(std::memory_order_seq_cst) != 0)
     {
+        own.stands = true;
         thread.state.store(Standing, std::memory_order_seq_cst);
         Futex(KernelWord(thread.state), FUTEX_WAKE, 0x7FFFFFFF, nullptr);
         while (const std::uint32_t count = thread.suspensions.load(std::memory_order_seq_cst))
             Futex(KernelWord(thread.suspensions), FUTEX_WAIT, count, nullptr);
         thread.state.store(Running, std::memory_order_seq_cst);
+        own.stands = false;
     }
     errno = saved;
 }
@@ -103,7 +106,7 @@ class Suspension
 public:
     static void Handle(int)
     {
-        if (!own.object)
+        if (!own.object || own.stands)
             return;
         if (SuspendGuard::mine.depth != 0)
             SuspendGuard::mine.isWanted = true;

@@ -10,6 +10,7 @@
 #include <Bedrock/files/BPE.h>
 #include <Bedrock/host/Crc.h>
 #include <Bedrock/host/Exception.h>
+#include <Bedrock/host/Loss.h>
 #include <Bedrock/platform/Files.h>
 
 #include <cstring>
@@ -57,14 +58,35 @@ struct WriterGuard
     Platform::FileHandle handle;
 };
 
+// Tells the log of an append that was taken back, once the archive's locks are given back: the log may lie in it.
+struct RollbackReport
+{
+    ~RollbackReport()
+    {
+        if (done && status == Platform::Status::Ok)
+            ReportLoss("%s: storing %s failed, and the archive was taken back to what it held before", archive, name);
+        else if (done)
+            ReportLoss(
+                "%s: storing %s failed and left a torn end, which readers pass over and the next append cuts off",
+                archive, name);
+    }
+    const char* archive;
+    const char* name;
+    bool done = false;
+    Platform::Status status = Platform::Status::Ok;
+};
+
 // Takes the archive back to `length` bytes unless the append came to its end.
 struct Rollback
 {
     ~Rollback()
     {
-        if (armed)
-            Platform::SetLength(handle, length);
+        if (!armed)
+            return;
+        report.status = Platform::SetLength(handle, length);
+        report.done = true;
     }
+    RollbackReport& report;
     Platform::FileHandle handle;
     std::uint64_t length;
     bool armed = true;
@@ -91,6 +113,7 @@ void FileSubArchive::Append(File& file, Platform::FileHandle stored)
     if (Platform::GetInfo(stored, info) != Platform::Status::Ok)
         Fail(name, archivePath, "its temporary file is unreadable", __LINE__);
 
+    RollbackReport report{archivePath, name};
     Platform::LockGuard guard(archiveLock);
     const WriterGuard writer(archiveHandle);
     std::uint64_t at = 0;
@@ -104,11 +127,10 @@ void FileSubArchive::Append(File& file, Platform::FileHandle stored)
         const auto have = static_cast<std::size_t>(archive.length < fileHeaderSize ? archive.length : fileHeaderSize);
         if (!Load(archiveHandle, 0, start, have) || std::memcmp(start, fileHeader, have) != 0)
             Fail(name, archivePath, "the archive has changed", __LINE__);
+        Rollback rollback{report, archiveHandle, have};
         if (have < fileHeaderSize && !Store(archiveHandle, have, fileHeader + have, fileHeaderSize - have))
-        {
-            Platform::SetLength(archiveHandle, have);
             Fail(name, archivePath, "the archive cannot be written", __LINE__);
-        }
+        rollback.armed = false;
         archiveFlags &= static_cast<std::uint8_t>(~NoHeader);
     }
     at = directory.ReadToEnd();
@@ -130,7 +152,7 @@ void FileSubArchive::Append(File& file, Platform::FileHandle stored)
     if (worst > room)
         Fail(name, archivePath, "the archive would pass 4 GiB", __LINE__);
 
-    Rollback rollback{archiveHandle, at};
+    Rollback rollback{report, archiveHandle, at};
     directory.Refresh();
     // A torn end goes first: nothing of it may lie behind the new chunk.
     if (Platform::SetLength(archiveHandle, at) != Platform::Status::Ok || !WriteMember(file, stored, info.length, at))

@@ -7,10 +7,10 @@
 #include <Bedrock/files/FileSubstList.h>
 #include <Bedrock/files/NameCase.h>
 #include <Bedrock/host/Exception.h>
+#include <Bedrock/host/Loss.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/platform/Files.h>
 
-#include <cstdio>
 #include <exception>
 
 namespace Zem
@@ -31,7 +31,7 @@ constinit File::Progress File::callback = nullptr;
 
 void File::ReportLoss(const Exception& failure) const noexcept
 {
-    std::fprintf(stderr, "Bedrock: %s: %s\n", Name(), failure.Reason());
+    ::Zem::ReportLoss("%s: %s", Name(), failure.Reason());
 }
 
 File::File()

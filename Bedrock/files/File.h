@@ -289,6 +289,9 @@ protected:
     void Patch(std::uint32_t at, const void* src, std::uint32_t n);
     /// How many of the next `wanted` bytes the stream has.
     std::uint32_t BytesLeft(std::uint32_t wanted);
+    /// Reads up to `n` bytes, at least 1: those in hand, or as many as one refill brings. 0 at the end of the stream, also of
+    /// a compressed one whose length is stored nowhere. Throws: as `Read`, and as `Size` when the end cannot be told.
+    std::uint32_t ReadSome(void* dst, std::uint32_t n);
     /// The last word about data that could not be stored, where another exception is already on its way.
     void ReportLoss(const Exception& failure) const noexcept;
 

@@ -236,6 +236,22 @@ std::uint32_t File::BytesLeft(std::uint32_t wanted)
     return left < wanted ? static_cast<std::uint32_t>(left) : wanted;
 }
 
+std::uint32_t File::ReadSome(void* dst, std::uint32_t n)
+{
+    PrepareRead();
+    if (current == readEnd)
+    {
+        // Where a compressed stream ends there is no further header, and to look for one is a failure.
+        if ((mode & 0xF0) == ModeReadCompressed && nextHeader == noHeader &&
+            rawPosition == (rawEnd != noEnd ? rawEnd : StoredLength()))
+            return 0;
+        if (FillBuffer(blockSize) == 0)
+            return 0;
+    }
+    const auto inHand = static_cast<std::uint32_t>(readEnd - current);
+    return Read(dst, n < inHand ? n : inHand, 1);
+}
+
 namespace
 {
 

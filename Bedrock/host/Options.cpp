@@ -354,7 +354,7 @@ void Options::Assign(const char* key, std::uint32_t keyLength, Piece value, bool
     else
     {
         append = append && entry->value.Length() > 0;
-        if (entry->source != sources)
+        if (entry->source != sources && !IsCurrent(entry->source))
             Remember(*entry, append);
         else if (!append)
             Unshare(*entry);
@@ -369,10 +369,16 @@ void Options::Assign(const char* key, std::uint32_t keyLength, Piece value, bool
 void Options::NoteSource() noexcept
 {
     sourceIsNew = false;
-    if (sources && sources->kind == sourceKind && sources->name.Compare(sourceName) == 0)
+    if (IsCurrent(sources))
         return;
     if (auto* const source = new OptionSource{sources, sourceKind, String(sourceName)})
         sources = source;
+}
+
+// Whether the record is that of the source that is parsed, or of an earlier reading of it.
+bool Options::IsCurrent(const OptionSource* source) const noexcept
+{
+    return source && source->kind == sourceKind && source->name.Compare(sourceName) == 0;
 }
 
 // The next value comes from another source than the present one, which goes into the history. Without memory for that
@@ -438,9 +444,20 @@ void Options::ProcessCmdLine(int argc, char** argv)
     Parse(line, Origin::CommandLine, "");
 }
 
+namespace
+{
+
+// A file that is read to its end, also where no length tells it.
+struct WholeFile : File
+{
+    using File::ReadSome;
+};
+
+} // namespace
+
 void Options::ProcessFile(const char* name)
 {
-    File file;
+    WholeFile file;
     if (!file.Open(name, File::ModeRead))
         return;
     struct Block
@@ -448,8 +465,6 @@ void Options::ProcessFile(const char* name)
         ~Block() { Alloc::Delete(text); }
         char* text = nullptr;
     } block;
-
-    // The length of a compressed file is known when its end is there.
     std::uint64_t room = file.IsCompressed() ? 4 * File::blockSize : file.Size();
     std::uint64_t length = 0;
     for (;;)
@@ -460,9 +475,15 @@ void Options::ProcessFile(const char* name)
         if (length > 0)
             std::memcpy(larger, block.text, static_cast<std::size_t>(length));
         Alloc::Delete(std::exchange(block.text, larger));
-        if (room > length)
-            length += file.Read(larger + length, static_cast<std::size_t>(room - length), 1);
-        if (length < room || !file.IsCompressed())
+        if (!file.IsCompressed())
+        {
+            length = room > 0 ? file.Read(larger, static_cast<std::size_t>(room), 1) : 0;
+            break;
+        }
+        std::uint32_t part = 0;
+        while (length < room && (part = file.ReadSome(larger + length, static_cast<std::uint32_t>(room - length))) > 0)
+            length += part;
+        if (length < room)
             break;
         room *= 2;
         if (room > longest)

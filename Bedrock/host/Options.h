@@ -171,6 +171,7 @@ private:
     OptionEntry* Find(const char* key, std::uint32_t keyLength, std::uint32_t hash) const noexcept;
     OptionEntry* Make(const char* key, std::uint32_t keyLength, std::uint32_t hash) noexcept;
     void NoteSource() noexcept;
+    bool IsCurrent(const OptionSource* source) const noexcept;
     static void Unshare(OptionEntry& entry) noexcept;
     void Remember(OptionEntry& entry, bool append) noexcept;
     bool GrowIndex() noexcept;

@@ -58,6 +58,9 @@
 
 // Window host
 #include <Bedrock/platform/WindowMessage.h>
+#include <Bedrock/window/MousePointer.h>
+#include <Bedrock/window/Window.h>
+#include <Bedrock/window/WindowPlacement.h>
 
 // Maths and display helpers
 #include <Bedrock/maths/Color.h>

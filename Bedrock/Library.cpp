@@ -11,12 +11,14 @@
 #include <Bedrock/host/Loss.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
+#include <Bedrock/platform/Desktop.h>
 #include <Bedrock/platform/Fault.h>
 #include <Bedrock/platform/Module.h>
 #include <Bedrock/platform/ReportDialog.h>
 #include <Bedrock/platform/Thread.h>
 #include <Bedrock/platform/Wait.h>
 #include <Bedrock/threads/Time.h>
+#include <Bedrock/window/WindowPlacement.h>
 
 #include <clocale>
 
@@ -55,6 +57,9 @@ const std::int64_t Time::freq = Time::QueryCounterFrequency();
 // The log's clock: its lines count from here. Its lock and its clients are there without an initialiser.
 const double Log::startTime = Time::GetSeconds();
 
+// The places of windows that were noted.
+constinit WindowPlacement::Records WindowPlacement::records;
+
 // The substitution list. Its lock is there without an initialiser, and outlives it.
 constinit FileSubstList FileSubstList::instance;
 
@@ -82,7 +87,10 @@ struct Attachment
     {
         Platform::CloseFaults(); // they are the system's from here on
         if (!Platform::HasThreads())
+        {
+            Platform::CloseDesktop();
             PString::Done();
+        }
         Log::End();
     }
 

@@ -26,6 +26,7 @@ struct WindowMessage
 /// (`PackedX`, `PackedY`).
 enum MessageNumber : std::uint32_t
 {
+    MessageCreate = 1,       // second: address of a WindowCreation; an answer of -1 undoes the window
     MessageDestroy = 2,      // the window is gone
     MessageMove = 3,         // second: packed place of the client area on the desktop (a child: in its parent)
     MessageSize = 5,         // first: a SizeKind; second: packed size of the client area (a child: its parent's)
@@ -54,6 +55,12 @@ enum MessageNumber : std::uint32_t
     MessageWheelAcross = 526, // likewise, 120 for a notch to the right
     MessageUser = 1024,       // from here on the application's own
     MessageFrame = 1025,      // once in each call of Window::HandleMessages
+};
+
+/// What `MessageCreate` points to.
+struct WindowCreation
+{
+    void* parameter; // what was given to the operation that makes the window
 };
 
 /// First number of `MessageSize`.

@@ -92,8 +92,8 @@ public:
 
     // Other programs
 
-    /// A visible framed window of another program.
-    WindowHandle AddForeign(const char* title, const Rect& area) noexcept;
+    /// A framed window of another program.
+    WindowHandle AddForeign(const char* title, const Rect& area, bool visible) noexcept;
     /// The other program ends; own children are destroyed with its window.
     void RemoveForeign(WindowHandle window) noexcept;
     /// The oldest message that was handed to a foreign window by `Forward` and is not yet taken.

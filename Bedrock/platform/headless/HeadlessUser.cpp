@@ -261,13 +261,13 @@ void HeadlessDesktop::UserExpose(WindowHandle window) noexcept
         record->paint = true;
 }
 
-WindowHandle HeadlessDesktop::AddForeign(const char* title, const Rect& area) noexcept
+WindowHandle HeadlessDesktop::AddForeign(const char* title, const Rect& area, bool visible) noexcept
 {
     const Size client{area.width - frameLeft - frameRight, area.height - frameTop - frameBottom};
     Record* record = Add({WindowKind::Framed, "", title, {0}, true, area, client}, false);
     if (!record)
         return {0};
-    record->shown = record->everShown = true;
+    record->shown = record->everShown = visible;
     Raise(*record);
     PointerMayBeElsewhere();
     return record->handle;

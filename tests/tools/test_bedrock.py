@@ -111,7 +111,7 @@ class Usage(ToolTest):
 
     def test_help_and_version(self):
         self.assertRegex(self.run_tool('--version'), r'^bedrock \d+\.\d+\.\d+\n$')
-        for arguments in [(), ('archive',), ('archive', 'extract'), ('stream', 'info'), ('image', 'convert'), ('which',)]:
+        for arguments in [(), ('archive',), ('archive', 'extract'), ('stream', 'info'), ('image', 'convert'), ('chunk', 'dump'), ('block',), ('which',)]:
             self.assertIn('--help', self.run_tool(*arguments, '--help'))
         info = json.loads(self.run_tool('info', '--json'))
         self.assertIn(info['processor'], ('scalar', 'sse2', 'avx2'))
@@ -489,6 +489,70 @@ class MountedNames(ToolTest):
         self.run_tool('stream', 'compress', 'odd:dir/ti:les.bmp', 'pa:cked')
         self.run_tool('stream', 'expand', 'pa:cked', 'pla:in')
         self.assertEqual(self.read('pla:in'), self.read('odd:dir/ti:les.bmp'))
+
+
+class Dumps(ToolTest):
+    def test_chunks(self):
+        tree = [(1, [(0x4853454D, b'abc'), (3, [(4, b'')])]), (5, bytes(16)), (6, b'no blocks')]
+        self.write('a.krom', formats.chunk_file(7, tree))
+        rows = json.loads(self.run_tool('chunk', 'dump', 'a.krom', '--json'))
+        self.assertEqual([(row['offset'], row['size'], row['id'], row['depth']) for row in rows],
+                         [(0, 80, 7, 0), (12, 27, 1, 1), (20, 3, 0x4853454D, 2), (31, 8, 3, 2), (39, 0, 4, 3), (47, 16, 5, 1), (71, 9, 6, 1)])
+        self.assertEqual(len(json.loads(self.run_tool('chunk', 'dump', 'a.krom', '--json', '--flat'))), 4)
+        text = self.run_tool('chunk', 'dump', 'a.krom').splitlines()
+        self.assertEqual(text[3].split(), ['20', '3', '0x4853454D', '"MESH"'])
+        self.run_tool('archive', 'create', 'a.arc', 'a.krom', '--compress')
+        self.assertEqual(self.run_tool('chunk', 'dump', 'm:a.krom', '--mount', 'mm=a.arc', exit=3, says='cannot open'), '')
+        self.assertEqual(self.run_tool('chunk', 'dump', 'mm:a.krom', '--mount', 'mm=a.arc').splitlines(), text)
+
+    def test_random_chunk_trees(self):
+        def tree(depth):
+            return [(self.random.randrange(1, 1 << 32), tree(depth + 1) if depth < 8 and self.random.randrange(2) else b'leaf' * self.random.randrange(9))
+                    for _ in range(self.random.randrange(1, 5))]
+
+        def flat(parts, at, depth):
+            for ident, body in parts:
+                size = len(formats.chunk_body(body))
+                yield at, size, ident, depth
+                if not isinstance(body, bytes):
+                    yield from flat(body, at + 8, depth + 1)
+                at += 8 + size
+        for _ in range(20):
+            parts = tree(1)
+            self.write('a.krom', formats.chunk_file(9, parts))
+            rows = json.loads(self.run_tool('chunk', 'dump', 'a.krom', '--json'))
+            self.assertEqual([(row['offset'], row['size'], row['id'], row['depth']) for row in rows[1:]], list(flat(parts, 12, 1)))
+
+    def test_torn_chunk_files(self):
+        whole = formats.chunk_file(7, [(1, b'abc'), (2, b'0123456789')])
+        for data, says in [(b'', 'no whole header'), (whole[:11], 'no whole header'), (b'KRON' + whole[4:], 'does not begin with "KROM"'),
+                           (whole[:-1], 'the block at offset 23 has a size of 10 bytes, and 9 are left'),
+                           (whole[:25], '2 bytes at offset 23 are no whole block'),
+                           (whole + b'xyz', '3 bytes at offset 41 are no whole block'),
+                           (whole[:4] + bytes(4) + whole[8:], 'did not come to the end'),
+                           (whole[:4] + struct.pack('<I', 15) + whole[8:], '18 bytes behind the end'),
+                           (whole[:4] + struct.pack('<I', 99) + whole[8:], 'by its header it has 107 bytes, and there are 41'),
+                           (b'CFIL' + struct.pack('<H', 0x8000 | len(whole)) + whole, 'bedrock stream expand')]:
+            with self.subTest(says=says):
+                self.write('bad.krom', data)
+                self.run_tool('chunk', 'dump', 'bad.krom', exit=1, says=says)
+        self.run_tool('chunk', 'dump', 'none', exit=3, says='No such file')
+
+    def test_blocks(self):
+        self.write('a.txt', b'// c\npanel {\n size 640 480 // x\n title "two words" ""\n child\n {\n  x 1.5\n }\n}\nlast {x\n}\n')
+        self.assertEqual(self.run_tool('block', 'dump', 'a.txt'),
+                         'panel\n{\n    size 640 480\n    title "two words" ""\n    child\n    {\n        x 1.5\n    }\n}\nlast {x\n{\n}\n')
+        rows = json.loads(self.run_tool('block', 'dump', 'a.txt', '--json'))
+        self.assertEqual([(row['depth'], row['key'], row['values'], row['block']) for row in rows][3:],
+                         [(1, 'child', [], True), (2, 'x', ['1.5'], False), (0, 'last', ['{x'], True)])
+        self.run_tool('block', 'dump', 'none', exit=3, says='No such file')
+
+    def test_any_depth(self):
+        self.write('deep.txt', b'a\n{\n' * 100000)
+        self.assertEqual(self.run_tool('block', 'dump', 'deep.txt').count("a\n"), 100000)
+        body = b''.join(struct.pack('<II', 1, 8 * i) for i in range(100000, -1, -1))
+        self.write('deep.krom', formats.chunk_file(7, body))
+        self.assertEqual(self.run_tool('chunk', 'dump', 'deep.krom').count('0x00000001'), 100001)
 
 
 class Terminal(ToolTest):

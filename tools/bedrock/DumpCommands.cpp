@@ -38,7 +38,7 @@ void OpenInput(Mounts& mounts, const std::string& name, Zem::File& file)
 
 constexpr std::uint32_t headerBytes = 12;
 constexpr std::uint32_t blockHeaderBytes = 8;
-constexpr unsigned deepestIndent = 30; // levels; deeper ones stand as far to the right
+constexpr unsigned deepestIndent = 20; // levels; deeper ones stand as far to the right
 
 // 0x4853454D "MESH": a number, and its four bytes in the order of the file where they are readable.
 std::string Id(std::uint32_t id)

@@ -2,6 +2,7 @@
 
 #include "window/OnStage.h"
 
+#include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/platform/Debug.h>
 
 #include <gmock/gmock.h>
@@ -316,6 +317,39 @@ TEST_F(Host, SaysWhyThereIsNoWindow)
     EXPECT_TRUE(logged("Failed to create fullscreen window\r\n"));
     EXPECT_EQ(second.window.GetHandle(), nullptr);
     Platform::SetDebugSinkForTest(nullptr);
+}
+
+// A failure anywhere gives the class back, so that a window of the report can be opened; Close takes the hook away.
+TEST_F(Host, GivesTheClassBackWhenTheProgramFails)
+{
+    ExceptionHandler::SetAssertions(false); // nobody is asked
+    const auto fail = []
+    {
+        ExceptionHandler::Main(
+            [](void*) -> int
+            {
+                Exception failure;
+                failure.SetReasonf("on purpose");
+                throw failure;
+            },
+            nullptr);
+    };
+    Window second(nullptr);
+    {
+        Window first(nullptr);
+        ASSERT_TRUE(first.Open("Test", nullptr));
+        EXPECT_FALSE(first.Open("Test", nullptr)) << "registered twice";
+        EXPECT_FALSE(second.Open("Test", nullptr));
+        second.Close(); // what it never had it cannot give back
+        EXPECT_FALSE(second.Open("Test", nullptr));
+        fail();
+        EXPECT_TRUE(second.Open("Test", nullptr));
+    }
+    Window third(nullptr);
+    EXPECT_FALSE(third.Open("Test", nullptr)) << "the first one's end is no business of the second's class";
+    fail(); // with no hook of the first one left, or it would be called with an object that is gone
+    EXPECT_TRUE(third.Open("Test", nullptr));
+    ExceptionHandler::SetAssertions(true);
 }
 
 // BEDROCK_DESKTOP decides; without it a display, and without that the desktop in memory.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <xcb/xfixes.h>
 #include <xcb/xtest.h>
 
 namespace Test
@@ -84,8 +86,8 @@ XServer::XServer(bool withManager, const char* size, std::vector<const char*> op
     int numbers[2];
     EXPECT_EQ(pipe(numbers), 0);
     const std::string number = std::to_string(numbers[1]); // inherited: the server writes its display there when ready
-    std::vector<const char*> arguments = {"Xvfb",       "-displayfd", number.c_str(), "-screen", "0", size,
-                                          "-noreset", "-nolisten",  "tcp"};
+    std::vector<const char*> arguments = {"Xvfb", "-displayfd", number.c_str(), "-screen", "0",
+                                          size,   "-noreset",   "-nolisten",    "tcp"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     server = Start(arguments);
     close(numbers[1]);
@@ -126,15 +128,24 @@ void XServer::StartManager()
 {
     // No configuration of whoever runs the test.
     manager = Start({"env", "HOME=/nonexistent", "XDG_CONFIG_HOME=/nonexistent", "openbox", "--sm-disable"});
-    EXPECT_TRUE(Within(10000, [&]
+    EXPECT_TRUE(Within(10000,
+                       [&]
+                       {
+                           const auto check = Property(screen->root, "_NET_SUPPORTING_WM_CHECK");
+                           return check.size() == 1 && Property(check[0], "_NET_SUPPORTING_WM_CHECK") == check;
+                       }))
+        << "openbox did not start";
+    // It says so before it takes windows, and those that come meanwhile it may never see.
+    bool works = false;
+    for (int tries = 0; tries < 20 && !works; ++tries)
     {
-        const auto check = Property(screen->root, "_NET_SUPPORTING_WM_CHECK");
-        return check.size() == 1 && Property(check[0], "_NET_SUPPORTING_WM_CHECK") == check;
-    })) << "openbox did not start";
-    // It says so before it reads its settings; once it has taken a window it works.
-    const xcb_window_t first = AddWindow("first", {0, 0, 10, 10});
-    xcb_destroy_window(xcb, first);
-    EXPECT_TRUE(Within(3000, [&] { return Property(screen->root, "_NET_CLIENT_LIST").empty(); }));
+        const xcb_window_t probe = AddWindow("probe", {0, 0, 10, 10}, false);
+        xcb_map_window(xcb, probe);
+        works = Within(500, [&] { return !Property(probe, "WM_STATE").empty(); });
+        xcb_destroy_window(xcb, probe);
+    }
+    EXPECT_TRUE(works) << "openbox does not take windows";
+    Sync();
 }
 
 void XServer::StopManager()
@@ -182,8 +193,8 @@ void XServer::Move(Zem::Point place)
 
 void XServer::Button(int button, bool down)
 {
-    xcb_test_fake_input(xcb, down ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE, static_cast<std::uint8_t>(button), 0, 0, 0, 0,
-                        0);
+    xcb_test_fake_input(xcb, down ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE, static_cast<std::uint8_t>(button), 0, 0, 0,
+                        0, 0);
     Sync();
 }
 
@@ -211,7 +222,19 @@ xcb_keycode_t XServer::CodeOf(std::uint32_t keysym)
 
 void XServer::Key(std::uint32_t keysym, bool down)
 {
-    xcb_test_fake_input(xcb, down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, CodeOf(keysym), 0, 0, 0, 0, 0);
+    KeyAt(CodeOf(keysym) - 8, down);
+}
+
+void XServer::KeyAt(int scanCode, bool down)
+{
+    xcb_test_fake_input(xcb, down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, static_cast<std::uint8_t>(scanCode + 8), 0, 0, 0,
+                        0, 0);
+    Sync();
+}
+
+void XServer::Focus(xcb_window_t window)
+{
+    xcb_set_input_focus(xcb, XCB_INPUT_FOCUS_POINTER_ROOT, window, XCB_CURRENT_TIME);
     Sync();
 }
 
@@ -254,8 +277,8 @@ xcb_window_t XServer::AddWindow(const char* title, const Zem::Rect& client, bool
     {
         xcb_map_window(xcb, window);
         Sync();
-        EXPECT_TRUE(Within(
-            5000, [&] { return IsMapped(window) && (manager <= 0 || !Property(window, "WM_STATE").empty()); }));
+        EXPECT_TRUE(
+            Within(5000, [&] { return IsMapped(window) && (manager <= 0 || !Property(window, "WM_STATE").empty()); }));
     }
     Sync();
     return window;
@@ -264,8 +287,8 @@ xcb_window_t XServer::AddWindow(const char* title, const Zem::Rect& client, bool
 Zem::Rect XServer::Geometry(xcb_window_t window)
 {
     const auto size = Own(xcb_get_geometry_reply(xcb, xcb_get_geometry(xcb, window), nullptr));
-    const auto place = Own(xcb_translate_coordinates_reply(
-        xcb, xcb_translate_coordinates(xcb, window, screen->root, 0, 0), nullptr));
+    const auto place =
+        Own(xcb_translate_coordinates_reply(xcb, xcb_translate_coordinates(xcb, window, screen->root, 0, 0), nullptr));
     if (!size || !place)
         return {};
     return {place->dst_x, place->dst_y, size->width, size->height};
@@ -293,11 +316,11 @@ std::string XServer::Text(xcb_window_t window, const char* name)
 
 std::uint32_t XServer::Pixel(xcb_window_t window, Zem::Point at)
 {
-    const auto image = Own(xcb_get_image_reply(
-        xcb,
-        xcb_get_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, window, static_cast<std::int16_t>(at.x),
-                      static_cast<std::int16_t>(at.y), 1, 1, ~0u),
-        nullptr));
+    const auto image =
+        Own(xcb_get_image_reply(xcb,
+                                xcb_get_image(xcb, XCB_IMAGE_FORMAT_Z_PIXMAP, window, static_cast<std::int16_t>(at.x),
+                                              static_cast<std::int16_t>(at.y), 1, 1, ~0u),
+                                nullptr));
     std::uint32_t pixel = 0;
     EXPECT_TRUE(image) << at.x << ',' << at.y;
     if (image)
@@ -315,6 +338,18 @@ xcb_window_t XServer::Focused()
 {
     const auto reply = Own(xcb_get_input_focus_reply(xcb, xcb_get_input_focus(xcb), nullptr));
     return reply ? reply->focus : 0;
+}
+
+bool XServer::IsPointerVisible()
+{
+    Own(xcb_xfixes_query_version_reply(xcb, xcb_xfixes_query_version(xcb, 4, 0), nullptr));
+    const auto reply = Own(xcb_xfixes_get_cursor_image_reply(xcb, xcb_xfixes_get_cursor_image(xcb), nullptr));
+    EXPECT_TRUE(reply);
+    if (!reply)
+        return false;
+    const std::uint32_t* const pixels = xcb_xfixes_get_cursor_image_cursor_image(reply.get());
+    const int count = xcb_xfixes_get_cursor_image_cursor_image_length(reply.get());
+    return std::any_of(pixels, pixels + count, [](std::uint32_t pixel) { return pixel >> 24 != 0; });
 }
 
 // ------------------------------------------------------------------------------------------------------------ Messages

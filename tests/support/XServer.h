@@ -43,18 +43,23 @@ public:
     /// A key by what it types without Shift, or by its X name's number.
     void Key(std::uint32_t keysym, bool down);
     void Type(std::uint32_t keysym);
+    /// A key by its place.
+    void KeyAt(int scanCode, bool down);
+    /// Gives the keyboard to a window, without a manager.
+    void Focus(xcb_window_t window);
     /// Asks the manager to close, activate or minimise a window.
     void Ask(xcb_window_t window, const char* message, std::uint32_t first, std::uint32_t second = 0);
 
     // Other programs
 
     xcb_window_t AddWindow(const char* title, const Zem::Rect& client, bool map = true);
-    Zem::Rect Geometry(xcb_window_t window);     // client area on the root window
+    Zem::Rect Geometry(xcb_window_t window); // client area on the root window
     std::vector<std::uint32_t> Property(xcb_window_t window, const char* name);
     std::string Text(xcb_window_t window, const char* name);
     std::uint32_t Pixel(xcb_window_t window, Zem::Point at); // as the server stores it
     bool IsMapped(xcb_window_t window);
     xcb_window_t Focused();
+    bool IsPointerVisible(); // has pixels where it is now
     xcb_atom_t Atom(const char* name);
     void Sync();
 

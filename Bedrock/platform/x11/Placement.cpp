@@ -178,7 +178,7 @@ void X11Desktop::Iconify(xcb_window_t window)
     {
         xcb_unmap_window(connection.xcb, window);
         own->minimised = true;
-        TellShape(*own, false);
+        TellFamily(*own);
         Settle(placeMs,
                [&]
                {

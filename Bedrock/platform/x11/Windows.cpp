@@ -415,6 +415,8 @@ bool X11Desktop::Show(WindowHandle window, bool visible) noexcept
     Settle(managerMs, [&] { return !again() || (own->mapped && !own->minimised && (!manager || own->managed)); });
     if (!again())
         return false;
+    if (own->told)
+        TellFamily(*own); // no longer minimised
     if (!manager)
         Activate(own->id);
     Settle(focusMs, [&] { return !again() || (focus && TopOf(focus) == own->id); });
@@ -496,7 +498,8 @@ bool X11Desktop::IsMinimised(WindowHandle window) noexcept
 bool X11Desktop::Resize(WindowHandle window, Size wanted) noexcept
 {
     Pump();
-    if (lost)
+    const auto id = static_cast<xcb_window_t>(window.value);
+    if (lost || id != window.value)
         return false;
     const Size size{Side(wanted.width), Side(wanted.height)};
     const std::uint32_t values[] = {static_cast<std::uint32_t>(size.width), static_cast<std::uint32_t>(size.height)};
@@ -513,8 +516,8 @@ bool X11Desktop::Resize(WindowHandle window, Size wanted) noexcept
             static_cast<Size&>(own->client) = before;
         }
     }
-    const auto asked = xcb_configure_window_checked(connection.xcb, static_cast<xcb_window_t>(window.value),
-                                                    XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, values);
+    const auto asked =
+        xcb_configure_window_checked(connection.xcb, id, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, values);
     if (const Reply<xcb_generic_error_t> error(xcb_request_check(connection.xcb, asked)); error || connection.Lost())
         return false;
     if (own)
@@ -526,7 +529,6 @@ bool X11Desktop::Resize(WindowHandle window, Size wanted) noexcept
                       }) &&
                own;
     Rect now;
-    const auto id = static_cast<xcb_window_t>(window.value);
     Settle(focusMs, [&] { return !ClientOf(id, now) || Size(now) == size; });
     return true;
 }

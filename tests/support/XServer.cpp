@@ -246,15 +246,26 @@ void XServer::Type(std::uint32_t keysym)
 
 void XServer::Ask(xcb_window_t window, const char* message, std::uint32_t first, std::uint32_t second)
 {
+    SendMessage(screen->root, XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT, window,
+                message, {first, second});
+}
+
+void XServer::Tell(xcb_window_t window, const char* message, std::uint32_t first, std::uint32_t second,
+                   std::uint32_t third)
+{
+    SendMessage(window, 0, window, message, {first, second, third});
+}
+
+void XServer::SendMessage(xcb_window_t to, std::uint32_t mask, xcb_window_t about, const char* message,
+                          const std::uint32_t (&data)[3])
+{
     xcb_client_message_event_t event{};
     event.response_type = XCB_CLIENT_MESSAGE;
     event.format = 32;
-    event.window = window;
+    event.window = about;
     event.type = Atom(message);
-    event.data.data32[0] = first;
-    event.data.data32[1] = second;
-    xcb_send_event(xcb, 0, screen->root, XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
-                   reinterpret_cast<const char*>(&event));
+    std::memcpy(event.data.data32, data, sizeof(data));
+    xcb_send_event(xcb, 0, to, mask, reinterpret_cast<const char*>(&event));
     Sync();
 }
 

@@ -50,6 +50,10 @@ public:
     /// Asks the manager to close, activate or minimise a window.
     void Ask(xcb_window_t window, const char* message, std::uint32_t first, std::uint32_t second = 0);
 
+    /// What a manager tells a window.
+    void Tell(xcb_window_t window, const char* message, std::uint32_t first, std::uint32_t second = 0,
+              std::uint32_t third = 0);
+
     // Other programs
 
     xcb_window_t AddWindow(const char* title, const Zem::Rect& client, bool map = true);
@@ -67,6 +71,8 @@ public:
     xcb_screen_t* screen = nullptr;
 
 private:
+    void SendMessage(xcb_window_t to, std::uint32_t mask, xcb_window_t about, const char* message,
+                     const std::uint32_t (&data)[3]);
     xcb_keycode_t CodeOf(std::uint32_t keysym);
 
     pid_t server = -1;

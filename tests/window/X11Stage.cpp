@@ -28,7 +28,13 @@ public:
     }
 
     void Key(KeyAt key, bool down) override { server.KeyAt(static_cast<int>(key.scan), down); }
-    void Close(WindowHandle window) override { server.Ask(Id(window), "_NET_CLOSE_WINDOW", 0); }
+    void Close(WindowHandle window) override
+    {
+        if (managed)
+            server.Ask(Id(window), "_NET_CLOSE_WINDOW", 0);
+        else
+            server.Tell(Id(window), "WM_PROTOCOLS", server.Atom("WM_DELETE_WINDOW"));
+    }
 
     void Activate(WindowHandle window) override
     {

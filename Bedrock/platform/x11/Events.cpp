@@ -430,7 +430,7 @@ void X11Desktop::HandleButton(const xcb_button_press_event_t& event, bool presse
     lastMove = {};
     const std::uint32_t state = MouseState(event.state);
     const auto numbers = [&](std::uint32_t down, std::uint32_t up, std::uint32_t bit)
-    { Tell(*own, pressed ? down : up, pressed ? state | bit : state, Pack(client.x, client.y)); };
+    { Tell(*own, pressed ? down : up, pressed ? state | bit : state & ~bit, Pack(client.x, client.y)); };
     switch (event.detail)
     {
     case left:

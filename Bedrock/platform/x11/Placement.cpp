@@ -8,7 +8,8 @@ namespace Zem::Platform::X11
 namespace
 {
 
-constexpr int placeMs = 50; // a manager has moved a window by then, or doesn't want to
+constexpr int placeMs = 50;  // a manager has moved a window by then, or doesn't want to
+constexpr int stateMs = 250; // and minimised or maximised one
 constexpr std::uint32_t iconicState = 3;
 constexpr std::uint32_t fromPager = 2; // source of a request: a tool of the user
 
@@ -170,7 +171,7 @@ void X11Desktop::Iconify(xcb_window_t window)
     if (connection.HasManager())
     {
         connection.AskManager(window, WM_CHANGE_STATE, {iconicState, 0, 0, 0, 0});
-        Settle(placeMs, [&] { return IsIconic(window); });
+        Settle(stateMs, [&] { return IsIconic(window); });
         return;
     }
     // Nobody keeps it for the user, but it returns when it is shown.
@@ -194,11 +195,25 @@ void X11Desktop::ChangeState(xcb_window_t window, bool add, AtomName one, AtomNa
                           {add ? 1U : 0U, connection.Atom(one), connection.Atom(two), fromPager, 0});
 }
 
-// `area` on the root window.
+// `area` on the root window. The frame of a window that was maximised a moment ago may be read before it changes: the
+// manager knows better once it has moved the window.
 bool X11Desktop::MoveTop(xcb_window_t window, const Rect& area)
 {
+    for (int tries = 0; tries < 3; ++tries)
+    {
+        const OwnWindow* const own = Find(window);
+        const Frame frame = own ? own->frame : FrameOf(window);
+        if (!MoveTop(window, area, frame))
+            return false;
+        if (own || FrameOf(window) == frame)
+            break;
+    }
+    return true;
+}
+
+bool X11Desktop::MoveTop(xcb_window_t window, const Rect& area, const Frame& frame)
+{
     OwnWindow* own = Find(window);
-    const Frame frame = own ? own->frame : FrameOf(window);
     const Size client{Side(std::int64_t{area.width} - frame.left - frame.right),
                       Side(std::int64_t{area.height} - frame.top - frame.bottom)};
     const Point corner{Cut(area.x), Cut(area.y)};
@@ -273,23 +288,27 @@ bool X11Desktop::SetPosition(WindowHandle window, const WindowPosition& position
         {
             xcb_map_window(connection.xcb, id); // by convention the way back from an icon
             Activate(id);
-            Settle(placeMs, [&] { return !IsIconic(id); });
+            Settle(stateMs, [&] { return !IsIconic(id); });
         }
     }
+    const auto isMaximised = [&]
+    {
+        const Words states = connection.WordsOf(id, _NET_WM_STATE, XCB_ATOM_ATOM, 64);
+        return states.Contains(connection.Atom(_NET_WM_STATE_MAXIMIZED_HORZ)) &&
+               states.Contains(connection.Atom(_NET_WM_STATE_MAXIMIZED_VERT));
+    };
     if (now.state == WindowState::Maximised && position.state == WindowState::Normal)
+    {
         ChangeState(id, false, _NET_WM_STATE_MAXIMIZED_HORZ, _NET_WM_STATE_MAXIMIZED_VERT);
+        Settle(stateMs, [&] { return !isMaximised(); }); // the frame of a maximised window is another one
+    }
     const bool moved = now.state == WindowState::Maximised && position.state == WindowState::Minimised
                            ? true // it is still maximised behind its icon
                            : Move(window, position.normal);
     if (visible && position.state == WindowState::Maximised)
     {
         ChangeState(id, true, _NET_WM_STATE_MAXIMIZED_HORZ, _NET_WM_STATE_MAXIMIZED_VERT);
-        Settle(placeMs,
-               [&]
-               {
-                   return connection.WordsOf(id, _NET_WM_STATE, XCB_ATOM_ATOM, 64)
-                       .Contains(connection.Atom(_NET_WM_STATE_MAXIMIZED_VERT));
-               });
+        Settle(stateMs, isMaximised);
     }
     if (visible && position.state == WindowState::Minimised && now.state != WindowState::Minimised)
         Iconify(id);

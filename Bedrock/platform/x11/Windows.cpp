@@ -212,8 +212,10 @@ WindowHandle X11Desktop::CreateWindow(const WindowRequest& request) noexcept
     while (*end)
         end = &(*end)->next;
     *end = own;
-    SetTitle({own->id}, request.title);
-    return {own->id};
+    if (SetTitle({own->id}, request.title))
+        return {own->id};
+    HandleLoss();
+    return {0};
 }
 
 bool X11Desktop::CreateChild(OwnWindow& own, const WindowRequest& request)
@@ -249,9 +251,10 @@ void X11Desktop::CreateTop(OwnWindow& own, const WindowRequest& request)
     const Rect& screen = Monitor();
     if (own.kind == WindowKind::FullScreen)
     {
+        // A manager makes it as large as the monitor, whatever it was; without one it is what was asked for.
         own.placed = true;
         own.corner = screen;
-        own.client = screen;
+        own.client = Rect(own.corner, own.client);
     }
     else
     {
@@ -367,8 +370,7 @@ bool X11Desktop::SetTitle(WindowHandle window, const char* title) noexcept
     const Text text(title);
     connection.SetText(own->id, connection.Atom(_NET_WM_NAME), connection.Atom(UTF8_STRING), text.Utf8());
     connection.SetText(own->id, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, text.Latin());
-    connection.Flush();
-    return true;
+    return Sync();
 }
 
 // ------------------------------------------------------------------------------------------------------------ Showing

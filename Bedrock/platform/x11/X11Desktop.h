@@ -13,6 +13,8 @@ namespace Zem::Platform::X11
 struct Frame
 {
     std::int32_t left, right, top, bottom;
+
+    friend bool operator==(const Frame&, const Frame&) = default;
 };
 
 /// One of our windows, in a list in the order of their making, so that children come behind their parents.
@@ -150,6 +152,7 @@ private:
     void Iconify(xcb_window_t window);
     void ChangeState(xcb_window_t window, bool add, AtomName one, AtomName two);
     bool MoveTop(xcb_window_t window, const Rect& area);
+    bool MoveTop(xcb_window_t window, const Rect& area, const Frame& frame);
 
     Connection connection;
     Keyboard keyboard;

@@ -34,7 +34,7 @@ bool Paint(void* data, void* block, int&)
     case MessageMouseMove:
     case MessageLeftDown:
         if (message.first & MouseLeft)
-            canvas.picture.Circle(at, 6, PackedColor(0xFFFFC914), 1);
+            canvas.picture.Circle(at, 6, PackedColor(0xFFFFC914), Bitmap::StyleFilled);
         canvas.changed = true;
         break;
     case MessagePaint: // something lay over the window

@@ -406,7 +406,8 @@ volatile sig_atomic_t otherCalls;
 // A page that a handler of before mends: the body goes on.
 TEST(Fault, HandlerOfBeforeMends)
 {
-    static char* page = static_cast<char*>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    static char* page;
+    page = static_cast<char*>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     otherCalls = 0;
     struct sigaction action = {}, before, after;
     action.sa_flags = SA_SIGINFO;

@@ -58,7 +58,7 @@ struct Site
     const char* reason;
 };
 
-constinit thread_local Site site = {};
+constinit thread_local Site site __attribute__((tls_model("initial-exec"))) = {};
 
 // Runs any callable as a guarded call.
 template <class Body>
@@ -71,7 +71,6 @@ bool Guarded(Body body)
 void RecoverLibrary() noexcept
 {
     RecoverAllocAfterFault();
-    Log::RecoverAfterFault();
     if (PStringCache* cache = PString::Cache())
         cache->RecoverAfterFault();
 }

@@ -38,24 +38,6 @@ constinit Platform::Lock lock;
 constinit std::atomic<File*> logFile{nullptr};
 constinit std::atomic<bool> flushLines{true}; // commit each line
 constinit std::atomic<bool> initialised{false};
-constinit thread_local std::uint32_t holds = 0; // entries of the calling thread
-
-class Guard
-{
-public:
-    Guard() noexcept
-    {
-        lock.Enter();
-        ++holds;
-    }
-    ~Guard()
-    {
-        --holds;
-        lock.Leave();
-    }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-};
 
 // ----------------------------------------------------------------------------------------------- the clients
 // A client never goes: whoever holds one may come at any time, also after the library has ended. Guarded by `listLock`.
@@ -248,7 +230,7 @@ void Log::Send(LogClient& client, std::int32_t level, const char* line, std::siz
         return;
     if ((client.outputs & LogClient::file) && logFile.load(std::memory_order_relaxed))
     {
-        const Guard guard;
+        const Platform::LockGuard guard(lock);
         if (File* const file = logFile.load(std::memory_order_acquire))
         {
             // An abrupt end that found the lock taken leaves the object to its user.
@@ -452,7 +434,7 @@ void Log::Discard(File* closing) noexcept
 // Ends the log file with `lastWord`. The pointer goes first: what fails on the way is not told to this file.
 void Log::Close(const char* lastWord)
 {
-    const Guard guard;
+    const Platform::LockGuard guard(lock);
     File* const file = logFile.exchange(nullptr, std::memory_order_acq_rel);
     if (!file)
         return;
@@ -512,12 +494,6 @@ void Log::End() noexcept
     {
         PrintLoss(failure.Reason());
     }
-}
-
-void Log::RecoverAfterFault() noexcept
-{
-    for (; holds > 0; --holds)
-        lock.Leave();
 }
 
 // What could not be stored is told at level 1 by the client "File"; on standard error when there is no log to tell it.

@@ -61,9 +61,6 @@ public:
     static float CurLogSeconds() noexcept;
     static float GetBedrockBuildVersion() noexcept { return 1.3F; }
 
-    /// For a frame that a fault has ended: gives back the log's lock, if the calling thread was stopped while it held it.
-    static void RecoverAfterFault() noexcept;
-
 private:
     friend class LogClient;
     friend struct Attachment; // ends the log with the library

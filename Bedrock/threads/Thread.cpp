@@ -1,5 +1,6 @@
 #include <Bedrock/threads/Thread.h>
 
+#include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/platform/Process.h>
 #include <Bedrock/platform/Thread.h>
 
@@ -76,7 +77,7 @@ Thread::operator void*() noexcept
 
 unsigned int Thread::Start(void* thread)
 {
-    return static_cast<unsigned int>(SafeStart(thread));
+    return static_cast<unsigned int>(ExceptionHandler::Main(SafeStart, thread));
 }
 
 int Thread::SafeStart(void* data)

@@ -19,7 +19,7 @@ namespace Zem::Platform
 namespace
 {
 
-constinit thread_local std::uint32_t threadId = 0; // 0: not asked yet
+constinit thread_local std::uint32_t threadId __attribute__((tls_model("initial-exec"))) = 0; // 0: not asked yet
 constinit std::atomic<bool> forkHandler{false};
 
 // A forked child goes on in a copy of the calling thread, which has a number of its own.

@@ -7,6 +7,7 @@
 
 #include <Bedrock/platform/Thread.h>
 
+#include <Bedrock/platform/Fault.h>
 #include <Bedrock/platform/Lock.h>
 #include <Bedrock/platform/Process.h>
 #include <Bedrock/platform/SuspendGuard.h>
@@ -267,6 +268,7 @@ void EndThread(std::uint32_t exitCode) noexcept
     if (!own.object || !own.base)
         pthread_exit(reinterpret_cast<void*>(static_cast<std::uintptr_t>(exitCode)));
     own.object->exitCode = exitCode;
+    AbandonProtectedCalls();
     siglongjmp(*own.base, 1);
 }
 

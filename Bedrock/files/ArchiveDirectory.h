@@ -4,6 +4,7 @@
 #include <Bedrock/memory/DynamicArray.h>
 #include <Bedrock/platform/FileHandle.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace Zem
@@ -34,7 +35,7 @@ public:
         std::uint64_t dataOffset = 0; // of the payload
         std::uint32_t payload = 0;    // bytes
         std::uint32_t hash = 0;       // of the folded name
-        mutable Content content = Content::Unknown;
+        mutable std::atomic<Content> content{Content::Unknown};
         FileEntry entry; // as stored
     };
 

@@ -131,7 +131,7 @@ void FileSubArchive::Append(File& file, Platform::FileHandle stored)
         if (have < fileHeaderSize && !Store(archiveHandle, have, fileHeader + have, fileHeaderSize - have))
             Fail(name, archivePath, "the archive cannot be written", __LINE__);
         rollback.armed = false;
-        archiveFlags &= static_cast<std::uint8_t>(~NoHeader);
+        archiveFlags.fetch_and(static_cast<std::uint8_t>(~NoHeader));
     }
     at = directory.ReadToEnd();
     if (at < fileHeaderSize)

@@ -79,22 +79,21 @@ void File::SetBuffer(void* block)
 
 File::Result File::Open(const char* path, std::uint32_t openMode)
 {
-    if (IsOpen())
-        return RES_ALREADYOPEN;
     // One letter before the colon is a drive.
     const char* colon = path ? std::strchr(path, ':') : nullptr;
     if (!colon || colon - path < 2)
-        return Open(PString(), path, openMode);
+        return Open(path, 0, path, openMode);
     const auto length = static_cast<std::size_t>(colon - path);
-    if (length >= Path::capacity)
-        return RES_FILENOTFOUND;
-    char word[Path::capacity];
-    std::memcpy(word, path, length);
-    word[length] = '\0';
-    return Open(PString(word), colon + 1, openMode);
+    return Open(path, length, length < Path::capacity ? colon + 1 : nullptr, openMode);
 }
 
 File::Result File::Open(const PString& subst, const char* path, std::uint32_t openMode)
+{
+    return Open(subst, subst.Length(), path, openMode);
+}
+
+// `word` of `length` bytes is the name of a substitute; 0 means none.
+File::Result File::Open(const char* word, std::size_t length, const char* path, std::uint32_t openMode)
 {
     if (IsOpen())
         return RES_ALREADYOPEN;
@@ -125,11 +124,11 @@ File::Result File::Open(const PString& subst, const char* path, std::uint32_t op
         openFlags |= Platform::OpenCreate | Platform::OpenAppend;
 
     constexpr int permission = 0x180; // the owner reads and writes
-    if (const char* word = subst; word && *word)
+    if (length > 0)
     {
         // Nobody removes the substitute while it is asked.
-        const FileSubstList::Guard guard;
-        substitute = FileSubstList::Find(subst);
+        const FileSubstList::Walk walk;
+        substitute = FileSubstList::Find(word, length);
         if (substitute && (mode & 0xF0) == 0)
             substitute->OpenWrite(*this, path, static_cast<int>(openFlags), permission);
         else if (substitute)

@@ -321,6 +321,7 @@ private:
     std::uint32_t WriteSlow(const void* src, std::size_t n, std::size_t size);
 
     // Opening and closing, File.cpp
+    Result Open(const char* word, std::size_t length, const char* path, std::uint32_t openMode);
     bool OpenHandle(const char* path, unsigned openFlags, Platform::Share share);
     void LimitToPayload() noexcept;
     Result Detect();

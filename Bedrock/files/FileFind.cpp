@@ -75,7 +75,7 @@ bool FileFind::Open(const char* pattern)
     if (!ReduceWildcard(pattern))
         return false;
     {
-        const FileSubstList::Guard guard;
+        const FileSubstList::Walk walk;
         if (FileSubstitute* subst = PString::Cache() ? directory.GetSubst() : nullptr)
         {
             directory.Del(0, static_cast<std::uint32_t>(Inside(directory) - directory.Text()));
@@ -91,7 +91,7 @@ bool FileFind::Open(const char* pattern, const PString& subst)
     if (!ReduceWildcard(pattern))
         return false;
     {
-        const FileSubstList::Guard guard;
+        const FileSubstList::Walk walk;
         FileSubstitute* found = FileSubstList::Find(subst);
         if (!found)
             throw FileEx("FileFind", __LINE__, "Open() Subst not found");

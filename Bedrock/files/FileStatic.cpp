@@ -40,11 +40,19 @@ bool OnDisk(const char* name, Operation operation)
     return NameCase::Find(path, operation) == Platform::Status::Ok;
 }
 
-FileSubstitute* Lookup(const PString& subst)
+// The substitute that a name or a word means, or null; it stays while this object lives.
+class Asked
 {
-    const char* word = subst;
-    return word && *word ? FileSubstList::Find(subst) : nullptr;
-}
+public:
+    explicit Asked(const char* name) noexcept : found(FilePath::GetSubst(name)) {}
+    explicit Asked(const PString& word) noexcept : found(word.Length() > 0 ? FileSubstList::Find(word) : nullptr) {}
+    explicit operator bool() const noexcept { return found != nullptr; }
+    FileSubstitute* operator->() const noexcept { return found; }
+
+private:
+    const FileSubstList::Walk walk;
+    FileSubstitute* const found;
+};
 
 } // namespace
 
@@ -52,7 +60,7 @@ File::Result File::Exists(const char* path)
 {
     if (!Fits(path))
         return RES_FILENOTFOUND;
-    if (FileSubstitute* found = Path::GetSubst(path))
+    if (const Asked found(path); found)
     {
         PString word;
         return found->Exists(word, Inside(path));
@@ -63,7 +71,7 @@ File::Result File::Exists(const char* path)
 
 File::Result File::Exists(PString& subst, const char* path)
 {
-    FileSubstitute* found = Lookup(subst);
+    const Asked found(subst);
     if (!found)
         return Exists(path);
     return Fits(path) ? found->Exists(subst, path) : Result(RES_FILENOTFOUND);
@@ -73,14 +81,14 @@ bool File::Unlink(const char* path)
 {
     if (!Fits(path))
         return false;
-    if (FileSubstitute* found = Path::GetSubst(path))
+    if (const Asked found(path); found)
         return found->Unlink(Inside(path));
     return OnDisk(path, Platform::Remove);
 }
 
 bool File::Unlink(const PString& subst, const char* path)
 {
-    FileSubstitute* found = Lookup(subst);
+    const Asked found(subst);
     return found ? Fits(path) && found->Unlink(path) : Unlink(path);
 }
 
@@ -88,7 +96,7 @@ bool File::Rename(const char* from, const char* to)
 {
     if (!Fits(from) || !Fits(to))
         return false;
-    if (FileSubstitute* found = Path::GetSubst(from))
+    if (const Asked found(from); found)
         return found->Rename(Path::GetPath(from), Path::GetPath(to));
     Path source(from);
     Path target(to);
@@ -97,7 +105,7 @@ bool File::Rename(const char* from, const char* to)
 
 bool File::Rename(const PString& subst, const char* from, const char* to)
 {
-    FileSubstitute* found = Lookup(subst);
+    const Asked found(subst);
     return found ? Fits(from) && Fits(to) && found->Rename(from, to) : Rename(from, to);
 }
 
@@ -133,7 +141,7 @@ bool File::GetStamp(Time& time, const char* path)
 {
     if (!Fits(path))
         return false;
-    if (FileSubstitute* found = Path::GetSubst(path))
+    if (const Asked found(path); found)
     {
         time = 0;
         return found->GetStamp(time, Inside(path));
@@ -161,7 +169,7 @@ bool File::TrueName(char* path)
 {
     if (!Fits(path))
         return false;
-    FileSubstitute* found = Path::GetSubst(path);
+    const Asked found(path);
     if (!found)
     {
         Path plain(path);

@@ -22,6 +22,20 @@ bool IsSeparator(char c)
     return c == '/' || c == '\\';
 }
 
+// Locations of the application that want one thread at a time share this.
+constinit Platform::Lock foreignLock;
+
+// The chain of locations grows while others go through it: what a link leads to is whole when the link is seen.
+void Publish(ISingleListNode& node, ISingleListNode* following)
+{
+    std::atomic_ref<ISingleListNode*>(node.next).store(following, std::memory_order_release);
+}
+
+ISingleListNode* Following(ISingleListNode& node)
+{
+    return std::atomic_ref<ISingleListNode*>(node.next).load(std::memory_order_acquire);
+}
+
 // Takes the levels "." and ".." out of a name, in its text alone: what a link in it leads to has no say. False if that
 // would lead above where the name begins.
 bool Straighten(const char* name, char (&out)[FilePath::capacity + 1])
@@ -182,8 +196,8 @@ void FileSubstitute::Add(FileSub* location)
 {
     FileSubstList::Guard guard;
     location->next = first.next;
-    first.next = location;
-    ++count;
+    Publish(first, location);
+    count.fetch_add(1, std::memory_order_relaxed);
 }
 
 void FileSubstitute::AddLink(FileSubstitute* target)
@@ -203,22 +217,38 @@ void FileSubstitute::AddLink(FileSubstitute* target)
     while (last->next != &first)
         last = last->next;
     link->next = &first;
-    last->next = link;
-    ++count;
+    Publish(*last, link);
+    count.fetch_add(1, std::memory_order_relaxed);
 }
 
 // The walk behind the operations that stop at the first location that serves them.
 template <class Test, class Ask>
 bool FileSubstitute::FirstThat(Test test, Ask ask)
 {
-    FileSubstList::Guard guard;
-    for (ISingleListNode* node = first.next; node != &first; node = node->next)
+    const FileSubstList::Walk walk;
+    for (ISingleListNode* node = Following(first); node != &first; node = Following(*node))
     {
         FileSub& location = *static_cast<FileSub*>(node);
+        if (location.IsAskedByMany())
+        {
+            if (test(location) && ask(location))
+                return true;
+            continue;
+        }
+        const Platform::LockGuard oneAtATime(foreignLock);
         if (test(location) && ask(location))
             return true;
     }
     return false;
+}
+
+// All locations, for those who look at the list and not for a name.
+template <class See>
+void FileSubstitute::ForEach(See see)
+{
+    const FileSubstList::Guard guard;
+    for (ISingleListNode* node = first.next; node != &first; node = node->next)
+        see(*static_cast<FileSub*>(node));
 }
 
 bool FileSubstitute::OpenWrite(File& file, const char* name, int flags, int permission)
@@ -289,42 +319,32 @@ void FileSubstitute::AddToSearch(FileSub::SearchList& list)
 
 void FileSubstitute::SubstRemoved(const PString& name)
 {
-    FirstThat([](FileSub&) { return true; },
-              [&](FileSub& location)
-              {
-                  location.SubstRemoved(name);
-                  return false;
-              });
+    ForEach([&](FileSub& location) { location.SubstRemoved(name); });
 }
 
 std::uint32_t FileSubstitute::UseCount()
 {
     std::uint32_t uses = 0;
-    FirstThat([](FileSub&) { return true; },
-              [&](FileSub& location)
-              {
-                  uses += location.UseCount();
-                  return false;
-              });
+    ForEach([&](FileSub& location) { uses += location.UseCount(); });
     return uses;
 }
 
 bool FileSubstitute::LeadsTo(const FileSubstitute* other)
 {
-    if (this == other)
-        return true;
-    return FirstThat([](FileSub& location) { return location.IsKind(FileSub::KindLink); },
-                     [&](FileSub& location)
-                     {
-                         const auto* link = dynamic_cast<FileSubLink*>(&location);
-                         return link && link->Target() && link->Target()->LeadsTo(other);
-                     });
+    bool leads = this == other;
+    ForEach(
+        [&](FileSub& location)
+        {
+            const auto* link = dynamic_cast<FileSubLink*>(&location);
+            leads = leads || (link && link->Target() && link->Target()->LeadsTo(other));
+        });
+    return leads;
 }
 
 // ------------------------------------------------------------------------------------------------- FileSubPath
 
 FileSubPath::FileSubPath(const char* folder, bool writable)
-    : path(folder), flags(static_cast<std::uint8_t>(writable ? 0 : ReadOnly))
+    : FileSub(Threads::Many), path(folder), flags(static_cast<std::uint8_t>(writable ? 0 : ReadOnly))
 {
     if (File::Path there(path); NameCase::Exists(there))
         flags |= Valid;

@@ -16,9 +16,10 @@ namespace Zem
 /// One place where a substitute looks for files: a folder, an archive, a link to another substitute, or a class of the
 /// application (`FileSubstitute::Add(FileSub*)`).
 ///
-/// The base class has nothing and refuses everything. Names that it is asked for are paths inside the location. All
-/// operations but `CloseFile`, `Lock` and `Unlock` run under the lock of the substitution list, so they see one thread
-/// at a time; those three run on the thread of the file, any number of them at once.
+/// The base class has nothing and refuses everything. Names that it is asked for are paths inside the location. While it
+/// is asked the location stays; the operations may open, mount and link, but not remove a substitute. All operations but
+/// `CloseFile`, `Lock` and `Unlock` see one thread at a time, unless the location was made for `Threads::Many`; those three
+/// run on the thread of the file, any number of them at once.
 ///
 /// An open that works leaves `sub` of the file at the location and has called `AddUse`; the file's `CloseFile` then
 /// comes back to it. The count keeps the substitute from being removed while files are open.
@@ -34,7 +35,13 @@ public:
     };
     using SearchList = DynamicArray<FileSub*, 13>;
 
-    FileSub() = default;
+    enum class Threads : bool
+    {
+        One,  // the library asks from one thread at a time
+        Many, // the location has what locks it needs
+    };
+
+    explicit FileSub(Threads asking = Threads::One) noexcept : threads(asking) {}
     FileSub(const FileSub&) = delete;
     FileSub& operator=(const FileSub&) = delete;
     virtual ~FileSub();
@@ -72,14 +79,17 @@ public:
     void AddUse() noexcept { useCount.fetch_add(1, std::memory_order_relaxed); }
     void ReleaseUse() noexcept { useCount.fetch_sub(1, std::memory_order_release); }
 
+    bool IsAskedByMany() const noexcept { return threads == Threads::Many; }
+
 private:
     alignas(4) std::atomic<std::uint32_t> useCount{0};
+    const Threads threads;
 };
 
 /// A named list of locations, asked in order: folders and archives, the newest first, then links, the oldest first.
 ///
-/// Every operation holds the lock of the substitution list for its whole length. A pointer to a substitute is good
-/// until the substitute is removed.
+/// Every operation may be called on any thread; while one goes through the locations none of them is removed. Searches for
+/// names don't wait for each other. A pointer to a substitute is good until the substitute is removed.
 class ZEM_API FileSubstitute
 {
     ZEM_HEAP_OPERATORS
@@ -90,7 +100,7 @@ public:
     FileSubstitute& operator=(const FileSubstitute&) = delete;
 
     const PString& Name() const noexcept { return substName; }
-    std::uint32_t Count() const noexcept { return count; }
+    std::uint32_t Count() const noexcept { return count.load(std::memory_order_relaxed); }
 
     /// A new location in front: a folder if `path` ends in a separator, else an archive. Throws FileEx for a path that
     /// is empty or has 260 bytes and more, and when a new archive cannot be made; nothing is added then.
@@ -126,11 +136,14 @@ private:
 
     template <class Test, class Ask>
     bool FirstThat(Test test, Ask ask);
+    template <class See>
+    void ForEach(See see);
 
-    FileSubstitute* next = nullptr; // guarded by the list's lock, as is all below
-    ISingleListNode first;          // a ring: the last location points here
-    std::uint32_t count = 0;
-    PString substName;
+    // Changed under the list's guard alone, read by walks at any time.
+    std::atomic<FileSubstitute*> next{nullptr};
+    ISingleListNode first; // a ring: the last location points here
+    std::atomic<std::uint32_t> count{0};
+    const PString substName;
 };
 
 /// A folder on disk. Names never climb above it: what would, is not there.
@@ -166,14 +179,14 @@ private:
     };
 
     File::Path path; // ends in a separator
-    std::uint8_t flags;
+    std::atomic<std::uint8_t> flags;
 };
 
 /// Another substitute with all its locations, as long as it is registered.
 class FileSubLink final : public FileSub
 {
 public:
-    explicit FileSubLink(FileSubstitute* other) noexcept : target(other) {}
+    explicit FileSubLink(FileSubstitute* other) noexcept : FileSub(Threads::Many), target(other) {}
 
     void SubstRemoved(const PString& name) override;
     bool IsReadOnly() override;
@@ -187,7 +200,7 @@ public:
     FileSubstitute* Target() const noexcept { return target; }
 
 private:
-    FileSubstitute* target; // null once it is gone
+    FileSubstitute* target; // null once it is gone; that happens while nobody walks
 };
 
 } // namespace Zem

@@ -36,7 +36,7 @@ bool ReadWhole(Platform::FileHandle file, std::uint64_t offset, void* dst, std::
 } // namespace
 
 FileSubArchive::FileSubArchive(const char* path, bool writable)
-    : archivePath(path), archiveFlags(static_cast<std::uint8_t>(writable ? 0 : ReadOnly))
+    : FileSub(Threads::Many), archivePath(path), archiveFlags(static_cast<std::uint8_t>(writable ? 0 : ReadOnly))
 {
     if (!OpenExisting() && writable)
         CreateNew();
@@ -174,10 +174,25 @@ bool FileSubArchive::OpenRead(File& file, const char* name, int, int)
 {
     if (file.mode & 0x0F)
         return false;
-    Platform::LockGuard guard(archiveLock);
-    const Record* record = directory.Find(Inside(name));
-    if (!record)
-        return false;
+    // Detection wants the first block, and so does whoever reads. The first open of a member fetches it; the next ones
+    // know what it is, and leave a plain one to the first read.
+    const std::uint32_t reads = file.mode & 0xF0;
+    const bool detects =
+        (reads == File::ModeRead || reads == File::ModeReadCompressed) && !(file.mode & File::ModeCreate);
+    const Record* record = nullptr;
+    std::uint32_t block = 0;
+    bool knownPlain = false;
+    bool fetched = false;
+    {
+        const Platform::LockGuard guard(archiveLock);
+        record = directory.Find(Inside(name));
+        if (!record)
+            return false;
+        knownPlain = reads == File::ModeRead &&
+                     record->content.load(std::memory_order_relaxed) == ArchiveDirectory::Content::Plain;
+        block = record->payload < File::blockSize ? record->payload : File::blockSize;
+        fetched = detects && !knownPlain && directory.TakeAhead(*record, file.buffer, block);
+    }
     std::memcpy(static_cast<void*>(&file.name), record->entry.name.Text(), record->entry.name.Length() + 1);
     file.handle = archiveHandle;
     file.flags |= File::SharedHandle;
@@ -187,32 +202,26 @@ bool FileSubArchive::OpenRead(File& file, const char* name, int, int)
     file.rawEnd = record->dataOffset + record->payload;
     file.sub = this;
     AddUse();
-    Prefetch(file, *record);
+    if (detects && knownPlain)
+        file.mode = (file.mode & ~0xF0u) | File::ModeReadPlain;
+    else if (detects)
+        Prefetch(file, *record, block, fetched);
     return true;
 }
 
-// Detection wants the first block, and so does whoever reads. The first open of a member puts it into the buffer; the
-// next ones know what it is, and leave a plain one to the first read.
-void FileSubArchive::Prefetch(File& file, const Record& record)
+// Puts the first block of a member into the file's buffer, where `fetched` tells that it is already, and notes what it
+// begins with. Runs without the lock: nobody waits for the disk.
+void FileSubArchive::Prefetch(File& file, const Record& record, std::uint32_t block, bool fetched)
 {
-    const std::uint32_t reads = file.mode & 0xF0;
-    if ((reads != File::ModeRead && reads != File::ModeReadCompressed) || (file.mode & File::ModeCreate))
-        return;
-    if (record.content == ArchiveDirectory::Content::Plain && reads == File::ModeRead)
-    {
-        file.mode = (file.mode & ~0xF0u) | File::ModeReadPlain;
-        return;
-    }
-    const std::uint32_t block = record.payload < File::blockSize ? record.payload : File::blockSize;
+    using Content = ArchiveDirectory::Content;
     std::size_t got = block;
-    if (!directory.TakeAhead(record, file.buffer, block) &&
-        Platform::ReadAt(archiveHandle, record.dataOffset, file.buffer, block, got) != Platform::Status::Ok)
+    if (!fetched && Platform::ReadAt(archiveHandle, record.dataOffset, file.buffer, block, got) != Platform::Status::Ok)
         return; // detection tries again, and tells
     file.readEnd = file.buffer + got;
     if (got < 4 && got < record.payload)
         return;
-    record.content =
-        got >= 4 && IsId(file.buffer, "CFIL") ? ArchiveDirectory::Content::Stream : ArchiveDirectory::Content::Plain;
+    record.content.store(got >= 4 && IsId(file.buffer, "CFIL") ? Content::Stream : Content::Plain,
+                         std::memory_order_relaxed);
 }
 
 void FileSubArchive::CloseFile(File& file)
@@ -242,16 +251,6 @@ bool FileSubArchive::GetStamp(File::Time& time, const char* name)
 void FileSubArchive::AddToSearch(SearchList& list)
 {
     list.Add(this);
-}
-
-void FileSubArchive::Lock()
-{
-    archiveLock.Enter();
-}
-
-void FileSubArchive::Unlock()
-{
-    archiveLock.Leave();
 }
 
 bool FileSubArchive::IsPath(const char* text)

@@ -4,6 +4,7 @@
 #include <Bedrock/files/FileSub.h>
 #include <Bedrock/platform/Lock.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace Zem
@@ -15,8 +16,9 @@ namespace Zem
 /// Open members share the archive's handle. A member that is written is a temporary file until it is closed; only then
 /// it is appended, in a way that leaves the archive as it was if anything fails, be it the end of the process.
 ///
-/// `archiveLock` guards the directory and the cursors, and keeps appends apart from them; it is taken inside the lock of
-/// the substitution list. Appends of several processes keep out of each other's way by a lock on the file.
+/// `archiveLock` guards the directory and the cursors, and keeps appends apart from them; it is taken inside a walk over
+/// the substitution list. Payloads are read without it: every read states its offset, and what is stored never changes.
+/// Appends of several processes keep out of each other's way by a lock on the file.
 class FileSubArchive final : public FileSub
 {
 public:
@@ -34,8 +36,6 @@ public:
     bool Exists(PString& subst, const char* name) override;
     bool GetStamp(File::Time& time, const char* name) override;
     void AddToSearch(SearchList& list) override;
-    void Lock() override;
-    void Unlock() override;
     bool IsPath(const char* text) override;
 
     /// A place in the archive for a search, at its start: its index, or -1 when the heap is exhausted.
@@ -68,7 +68,7 @@ private:
     bool OpenExisting();
     bool Recognise(Platform::FileHandle file, std::uint64_t length);
     void CreateNew();
-    void Prefetch(File& file, const Record& record);
+    void Prefetch(File& file, const Record& record, std::uint32_t block, bool fetched);
     Cursor* CursorAt(std::int32_t index);
 
     // ArchiveWrite.cpp
@@ -81,7 +81,7 @@ private:
     DynamicArray<Cursor, 4> cursors;
     File::Path archivePath;
     Platform::FileHandle archiveHandle; // not open: the archive is not usable
-    std::uint8_t archiveFlags;
+    std::atomic<std::uint8_t> archiveFlags;
     Platform::Lock archiveLock;
 };
 

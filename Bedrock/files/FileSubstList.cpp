@@ -12,6 +12,7 @@ namespace Zem
 {
 
 constinit Platform::Lock FileSubstList::lock;
+constinit FileSubstList::Lane FileSubstList::lanes[laneCount] = {};
 
 namespace
 {
@@ -30,27 +31,68 @@ const char* Text(const PString& text)
 
 } // namespace
 
+// Excludes every walk. Always taken in the same order, so that two removals don't stop each other.
+class FileSubstList::AllLanes
+{
+public:
+    AllLanes() noexcept
+    {
+        for (Lane& lane : lanes)
+            lane.lock.Enter();
+    }
+    ~AllLanes()
+    {
+        for (Lane& lane : lanes)
+            lane.lock.Leave();
+    }
+    AllLanes(const AllLanes&) = delete;
+    AllLanes& operator=(const AllLanes&) = delete;
+};
+
+// A lane that is free, or the thread's own from a walk further out: entered once. Threads start to look at different
+// lanes, told apart by where their stacks are, so they rarely meet. Only a removal, or more walks than lanes, take all;
+// a thread that holds a lane never comes to wait then, since that one lets it in.
+Platform::Lock& FileSubstList::TakeLane() noexcept
+{
+    const char here = 0;
+    const auto stack = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(&here) >> 16);
+    const auto first = static_cast<unsigned>(stack * 0x9E3779B97F4A7C15 >> 59);
+    static_assert(laneCount == 1u << (64 - 59));
+    for (unsigned i = 0; i < laneCount; ++i)
+        if (Platform::Lock& lane = lanes[(first + i) % laneCount].lock; lane.TryEnter())
+            return lane;
+    lanes[first].lock.Enter();
+    return lanes[first].lock;
+}
+
 // At the end of the process nobody else is left to keep out.
 FileSubstList::~FileSubstList()
 {
-    for (FileSubstitute* node = head; node;)
+    for (FileSubstitute* node = head.load(std::memory_order_relaxed); node;)
     {
         FileSubstitute* gone = node;
-        node = node->next;
+        node = node->next.load(std::memory_order_relaxed);
         delete gone;
     }
-    head = nullptr;
+    head.store(nullptr, std::memory_order_relaxed);
     count = 0;
     NameCase::Clear();
 }
 
 FileSubstitute* FileSubstList::Find(const PString& name) noexcept
 {
-    Guard guard;
-    FileSubstitute* node = instance.head;
+    FileSubstitute* node = instance.head.load(std::memory_order_acquire);
     while (node && IsBelow(node->substName, name))
-        node = node->next;
+        node = node->next.load(std::memory_order_acquire);
     return node && node->substName == name ? node : nullptr;
+}
+
+FileSubstitute* FileSubstList::Find(const char* name, std::size_t length) noexcept
+{
+    FileSubstitute* node = instance.head.load(std::memory_order_acquire);
+    while (node && (node->substName.Length() != length || std::memcmp(Text(node->substName), name, length) != 0))
+        node = node->next.load(std::memory_order_acquire);
+    return node;
 }
 
 FileSubstitute* FileSubstList::Insert(const PString& name)
@@ -59,17 +101,22 @@ FileSubstitute* FileSubstList::Insert(const PString& name)
     if (!made)
         throw FileEx("FileSubstList", __LINE__, "Subst() Out of memory");
     Guard guard;
-    FileSubstitute** link = &instance.head;
-    while (*link && IsBelow((*link)->substName, name))
-        link = &(*link)->next;
-    made->next = *link;
-    *link = made;
+    std::atomic<FileSubstitute*>* link = &instance.head;
+    FileSubstitute* behind = link->load(std::memory_order_relaxed);
+    while (behind && IsBelow(behind->substName, name))
+    {
+        link = &behind->next;
+        behind = link->load(std::memory_order_relaxed);
+    }
+    made->next.store(behind, std::memory_order_relaxed);
+    link->store(made, std::memory_order_release);
     ++instance.count;
     return made;
 }
 
 void FileSubstList::Remove(const PString& name)
 {
+    const AllLanes alone;
     Guard guard;
     FileSubstitute* removed = Find(name);
     const char* wrong = !removed                   ? "Closing non-existant subst?"
@@ -83,10 +130,10 @@ void FileSubstList::Remove(const PString& name)
     }
     for (FileSubstitute* node = instance.head; node; node = node->next)
         node->SubstRemoved(name);
-    FileSubstitute** link = &instance.head;
+    std::atomic<FileSubstitute*>* link = &instance.head;
     while (*link != removed)
-        link = &(*link)->next;
-    *link = removed->next;
+        link = &link->load()->next;
+    link->store(removed->next);
     --instance.count;
     delete removed;
 }
@@ -130,6 +177,7 @@ void File::SubstLink(const PString& name, const PString& other)
 
 File::Result File::SubstExists(const PString& subst)
 {
+    const FileSubstList::Walk walk;
     return FileSubstList::Find(subst) ? RES_OK : RES_SUBSTNOTFOUND;
 }
 
@@ -138,7 +186,8 @@ FileSubstitute* FilePath::GetSubst(const char* path)
     const char* colon = path ? std::strchr(path, ':') : nullptr;
     if (!colon || colon - path >= static_cast<std::ptrdiff_t>(capacity))
         return nullptr;
-    return FileSubstList::Find(PString(path, static_cast<unsigned>(colon - path)));
+    const FileSubstList::Walk walk;
+    return FileSubstList::Find(path, static_cast<std::size_t>(colon - path));
 }
 
 } // namespace Zem

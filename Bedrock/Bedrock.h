@@ -47,6 +47,8 @@
 // Threads, time and scheduling
 #include <Bedrock/threads/CriticalSection.h>
 #include <Bedrock/threads/Events.h>
+#include <Bedrock/threads/Job.h>
+#include <Bedrock/threads/Jobs.h>
 #include <Bedrock/threads/MultiLock.h>
 #include <Bedrock/threads/Mutex.h>
 #include <Bedrock/threads/Semaphore.h>

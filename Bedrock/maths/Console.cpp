@@ -34,6 +34,29 @@ void Console::Done() noexcept
     width = height = topLine = 0;
 }
 
+bool Console::CopyFrom(const Console& other) noexcept
+{
+    if (this == &other)
+        return true;
+    std::uint8_t* cells = nullptr;
+    if (other.buffer)
+    {
+        const std::size_t size = static_cast<std::size_t>(other.width) * static_cast<std::size_t>(other.height);
+        cells = static_cast<std::uint8_t*>(Alloc::New(size));
+        if (!cells)
+            return false;
+        std::memcpy(cells, other.buffer, size);
+    }
+    Done();
+    buffer = cells;
+    width = other.width;
+    height = other.height;
+    topLine = other.topLine;
+    cursor = cells ? cells + (other.cursor - other.buffer) : nullptr;
+    lineEnd = cells ? cells + (other.lineEnd - other.buffer) : nullptr;
+    return true;
+}
+
 void Console::Clear() noexcept
 {
     if (!buffer)

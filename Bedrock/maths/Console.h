@@ -37,6 +37,9 @@ public:
     void Init(const Size& size) noexcept;
     void Done() noexcept;
 
+    /// Becomes a copy of `other`: size, cells and cursor. False on an exhausted heap, nothing changed.
+    bool CopyFrom(const Console& other) noexcept;
+
     /// All cells blank, the cursor at the first.
     void Clear() noexcept;
 

@@ -129,14 +129,14 @@ void Jobs::Add(Job* job) noexcept
 
 void Jobs::Update()
 {
-    constexpr std::uint32_t countWait = 1, listWait = 5; // milliseconds
-    if (!doneCount.Lock(countWait) || !doneLock.Lock(listWait))
+    constexpr std::uint32_t wait = 1; // millisecond
+    if (!doneCount.Lock(wait))
         return;
     struct Guard
     {
         Jobs& jobs;
         Job* job = nullptr;
-        explicit Guard(Jobs& owner) noexcept : jobs(owner) {}
+        explicit Guard(Jobs& owner) noexcept : jobs(owner) { jobs.doneLock.Lock(); }
         Guard(const Guard&) = delete;
         Guard& operator=(const Guard&) = delete;
         ~Guard() // also when a `Dispatch` throws

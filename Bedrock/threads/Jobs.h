@@ -5,7 +5,6 @@
 #include <Bedrock/memory/HeapOperators.h>
 #include <Bedrock/threads/CriticalSection.h>
 #include <Bedrock/threads/Job.h>
-#include <Bedrock/threads/Mutex.h>
 #include <Bedrock/threads/Semaphore.h>
 
 #include <atomic>
@@ -93,12 +92,12 @@ private:
     void List(ConsoleKind kind, const NodeList& list) noexcept;
 
     NodeList queue;
-    Mutex queueLock;
+    CriticalSection queueLock;
     Semaphore queueCount; // one for each job in the queue
     NodeList done;
-    Mutex doneLock;
-    Semaphore doneCount; // one for each finish that `Update` has not looked at
-    NodeList pending;    // the worker's own
+    CriticalSection doneLock; // held for an append, so waiting for it is short
+    Semaphore doneCount;      // one for each finish that `Update` has not looked at
+    NodeList pending;         // the worker's own
 
     Thread* thread = nullptr;
     Console consoles[3];

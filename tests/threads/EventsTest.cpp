@@ -281,11 +281,11 @@ struct Note final : Events::Event
 TEST(Events, RandomProgramsMatchPlainLists)
 {
     std::mt19937_64 random = ::Test::Random(45);
-    for (int program = 0; program < 600; ++program)
+    for (int program = 0; program < 300; ++program)
     {
         const std::uint64_t seed = random();
         const bool owning = program % 3 != 0;
-        const unsigned events = program % 20 == 0 ? 3000 : 1 + static_cast<unsigned>(seed % 60);
+        const unsigned events = program % 20 == 0 ? 1200 : 1 + static_cast<unsigned>(seed % 60);
         const std::uint32_t range = program % 4 == 0 ? 6 : 500; // many of one time, or few
         SCOPED_TRACE(testing::Message() << "seed " << seed << ", " << events << " events, owning " << owning);
         const auto expected = Program<PlainWorld>(seed, owning, range).Run(events, 40);

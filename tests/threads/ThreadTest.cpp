@@ -193,7 +193,8 @@ TEST(Thread, OutlivesItsObjectOnlyWhenToldSo)
     const auto body = [](void* data) -> unsigned
     {
         auto& value = *static_cast<std::atomic<int>*>(data);
-        while (value == 0)
+        value += 10; // from here on it does without its object
+        while (value == 10)
             std::this_thread::yield();
         value = 2;
         return 0;
@@ -201,8 +202,10 @@ TEST(Thread, OutlivesItsObjectOnlyWhenToldSo)
     {
         Thread thread(body, &state, true);
         thread.DisableTermination();
+        while (state == 0)
+            Rest(1);
     }
-    EXPECT_EQ(state.exchange(1), 0);
+    EXPECT_EQ(state.exchange(1), 10);
     for (int turn = 0; turn < 20000 && state != 2; ++turn)
         Rest(1);
     EXPECT_EQ(state, 2);

@@ -21,8 +21,9 @@ bool HasThreads() noexcept;
 bool StartThread(unsigned (*body)(void*), void* argument, bool suspended, Waitable*& handle) noexcept;
 
 /// Ends the calling thread with that exit code, at once: no destructor of the frames left behind runs. The thread-local
-/// objects are destroyed as ever. Also serves a thread that the library did not make.
-[[noreturn]] void EndThread(std::uint32_t exitCode) noexcept;
+/// objects are destroyed as ever. A thread that the library did not make ends as its own library does it: with
+/// destructors, and not from below a `noexcept` function.
+[[noreturn]] void EndThread(std::uint32_t exitCode);
 
 /// Stops the thread wherever it is, and returns when it stands; each call counts, and as many resumes are needed. It
 /// never stands inside a lock of the library's core (SuspendGuard.h).

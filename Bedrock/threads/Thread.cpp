@@ -29,7 +29,7 @@ std::uint32_t Thread::Terminate() noexcept
     return Platform::ThreadExitCode(static_cast<Platform::Waitable*>(handle));
 }
 
-void Thread::End(std::uint32_t exitCode) noexcept
+void Thread::End(std::uint32_t exitCode)
 {
     Platform::EndThread(exitCode);
 }

@@ -58,8 +58,8 @@ public:
 
     /// Ends the calling thread at once with that exit code, from within its body. No destructor of the body runs and no
     /// guard gives back what it holds, so call it with nothing held; thread-local objects are destroyed as ever. Never
-    /// inside a hook or report of a failure.
-    [[noreturn]] static void End(std::uint32_t exitCode) noexcept;
+    /// inside a hook or report of a failure. On a thread that the library did not make it unwinds the stack.
+    [[noreturn]] static void End(std::uint32_t exitCode);
 
     /// True if the quit event is signalled, which takes the signal. For the body.
     bool IsDone() noexcept;

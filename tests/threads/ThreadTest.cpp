@@ -1,5 +1,6 @@
 // Threads: how they start, end, stop and are seen from outside.
 
+#include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
 #include <Bedrock/threads/MultiLock.h>
@@ -20,6 +21,7 @@
 namespace
 {
 
+using Zem::ExceptionHandler;
 using Zem::MultiLock;
 using Zem::Mutex;
 using Zem::Semaphore;
@@ -63,7 +65,7 @@ struct Frame
     bool& isUnwound;
 };
 
-void EndBelow(std::uint32_t code) noexcept
+[[noreturn]] void EndBelow(std::uint32_t code) noexcept
 {
     Thread::End(code);
 }
@@ -115,7 +117,39 @@ TEST(Thread, TellsItsEndAndLeavesNothingBehind)
              return 1;
          },
          10, false},
+        {"ends within a protected call of its own",
+         [](Life&) -> unsigned
+         {
+             const auto inner = [](void*) -> int { EndBelow(11); };
+             ExceptionHandler::Main(inner, nullptr);
+             return 1;
+         },
+         11, false},
+        {"throws a failure",
+         [](Life& life) -> unsigned
+         {
+             const Frame frame(life.isUnwound);
+             throw Zem::Exception("ThreadTest", 1, "thrown on purpose");
+         },
+         0, true},
+        {"throws anything",
+         [](Life& life) -> unsigned
+         {
+             const Frame frame(life.isUnwound);
+             throw 1;
+         },
+         0, true},
+#if !defined(__SANITIZE_THREAD__) // counts what a report needs as a call that a handler of signals may not make
+        {"reads from nowhere",
+         [](Life&) -> unsigned
+         {
+             volatile int* const volatile nowhere = reinterpret_cast<int*>(64);
+             return static_cast<unsigned>(*nowhere);
+         },
+         0, false},
+#endif
     };
+    Zem::ExceptionHandler::SetAssertions(false); // no dialog: a failure ends its thread
     for (const auto& row : rows)
         for (const bool isTold : {true, false})
         {
@@ -142,6 +176,20 @@ TEST(Thread, TellsItsEndAndLeavesNothingBehind)
             EXPECT_FALSE(life.mutex.Lock(0)) << "left behind";
             EXPECT_TRUE(life.mutex.Unlock());
         }
+    Zem::ExceptionHandler::SetAssertions(true);
+
+    Life life; // a thread of somebody else's
+    std::thread(
+        [&]
+        {
+            local.life = &life;
+            life.mutex.Lock();
+            const Frame frame(life.isUnwound);
+            Thread::End(1);
+        })
+        .join();
+    EXPECT_TRUE(life.hasLocals && life.isUnwound);
+    EXPECT_TRUE(!life.mutex.Lock(0) && life.mutex.Unlock());
 }
 
 TEST(Thread, IsAskedToStopByAnEventThatItStandsForAmongOthers)

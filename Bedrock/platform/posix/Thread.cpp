@@ -263,9 +263,9 @@ bool StartThread(unsigned (*body)(void*), void* argument, bool suspended, Waitab
     return false;
 }
 
-void EndThread(std::uint32_t exitCode) noexcept
+void EndThread(std::uint32_t exitCode)
 {
-    if (!own.object || !own.base)
+    if (!own.object || !own.base) // unwinds the stack: this function lets that pass
         pthread_exit(reinterpret_cast<void*>(static_cast<std::uintptr_t>(exitCode)));
     own.object->exitCode = exitCode;
     AbandonProtectedCalls();

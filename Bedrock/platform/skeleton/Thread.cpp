@@ -28,7 +28,7 @@ bool StartThread(unsigned (*)(void*), void*, bool, Waitable*& handle) noexcept
     return false;
 }
 
-void EndThread(std::uint32_t) noexcept
+void EndThread(std::uint32_t)
 {
     std::abort();
 }

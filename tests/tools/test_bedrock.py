@@ -451,11 +451,37 @@ class MountedNames(ToolTest):
 
     def test_which(self):
         rows = json.loads(self.run_tool('which', 'data:X.TXT', '--mount', 'data=over', '--mount', 'data=base.arc', '--json'))
-        self.assertEqual(rows, [{'location': 'base.arc', 'kind': 'archive', 'serves': True}])
+        self.assertEqual(rows, [{'location': 'base.arc', 'kind': 'archive', 'serves': True},
+                                {'location': 'over/', 'kind': 'folder', 'serves': False}])
         text = self.run_tool('which', 'data:/x.txt', *self.mounts)
         self.assertEqual([line.split()[0::2] for line in text.splitlines()], [['serves', 'over/'], ['shadowed', 'base.arc']])
         self.run_tool('which', 'data:nothing', *self.mounts, exit=1, says='data:nothing: none of 2 locations has it')
         self.run_tool('which', 'other:x', *self.mounts, exit=2)
+
+    def test_find_lists_the_merged_view(self):
+        for name, size in [('over/Pics/b.TGA', 20), ('over/Pics/c.bmp', 30), ('over/Pics/.hidden.tga', 1), ('packed/pics/B.tga', 400),
+                           ('packed/pics/a.tga', 500), ('packed/pics/deep/d.tga', 5), ('packed/top.tga', 6)]:
+            self.write(name, b'x' * size)
+        self.run_tool('archive', 'create', 'packed.arc', 'packed', '--compress')
+        os.utime('over/Pics/c.bmp', (0, 86400 * 365))
+        mounts = ('--mount', 'data=packed.arc:ro', '--mount', 'data=over')
+        # the archive is visited first, and its spelling is the one that shows; each name comes once
+        text = self.run_tool('find', 'data:pics/*.tga;*.bmp', *mounts, '--names')
+        self.assertEqual(text.splitlines(), ['data:pics/B.tga', 'data:pics/a.tga', 'data:pics/.hidden.tga', 'data:pics/c.bmp'])
+        rows = json.loads(self.run_tool('find', 'data:\\PICS\\*', *mounts, '--json'))
+        self.assertEqual([(row['name'], row['folder'], row['size'], row['attributes']) for row in rows],
+                         [('data:\\PICS\\B.tga', False, 400, 0x80), ('data:\\PICS\\a.tga', False, 500, 0x80),
+                          ('data:\\PICS\\deep', True, 0, 0x91), ('data:\\PICS\\.hidden.tga', False, 1, 0x02),
+                          ('data:\\PICS\\c.bmp', False, 30, 0)])
+        self.assertEqual(rows[-1]['written'], 86400 * 365)
+        lines = self.run_tool('find', 'over/pics/*', '--names').splitlines()
+        self.assertEqual(lines, ['over/pics/.hidden.tga', 'over/pics/b.TGA', 'over/pics/c.bmp'])
+        self.assertEqual(self.run_tool('find', 'OVER/pics/C.*'), '         30  1971-01-01 00:00  ----  OVER/pics/c.bmp\n')
+        self.assertEqual(self.run_tool('find', 'data:p*', *mounts), ' ' * 31 + 'dr-c  data:pics/\n')
+        self.run_tool('find', 'data:none/*', *mounts, exit=1, says='data:none/*: nothing there matches')
+        self.run_tool('find', 'nosuch:*', *mounts, exit=1, says='nothing on disk matches')
+        self.run_tool('find', 'data:*/a.tga', *mounts, exit=2, says='only the last level')
+        self.run_tool('find', 'data:' + 'x' * 300, *mounts, exit=2, says='is too long')
 
     def test_names_go_through_the_overlay(self):
         for name, expected in [('data:x.txt', b'over'), ('data:only.txt', b'only in the archive' * 100)]:
@@ -467,7 +493,11 @@ class MountedNames(ToolTest):
         self.run_tool('stream', 'compress', 'over/x.txt', 'data:new', '--mount', 'data=over:ro', exit=2, says='read-only')
         self.run_tool('stream', 'compress', 'over/x.txt', 'data:deep/new', *self.mounts, exit=3)
         self.run_tool('stream', 'compress', 'base/x.txt', 'data:new', *self.mounts)
+        self.run_tool('stream', 'compress', 'base/x.txt', 'data:NEW', *self.mounts, exit=2, says='exists')
+        self.run_tool('stream', 'compress', 'base/x.txt', 'data:NEW', '--force', *self.mounts)
         self.assertEqual(formats.expand_stream(self.read('over/new')), b'base')
+        self.assertEqual(sorted(os.listdir('over')), ['new', 'x.txt'])
+        self.run_tool('archive', 'create', 'd.arc', 'data:X.TXT', *self.mounts)
 
     def test_an_image_goes_into_a_mounted_archive(self):
         tga = os.path.join(ASSETS, 'planet.tga')

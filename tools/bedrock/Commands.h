@@ -39,6 +39,7 @@ struct FileOptions
     bool force = false;
     bool flat = false; // chunk dump: does not look for blocks in blocks
     bool json = false;
+    bool namesOnly = false; // find: a line holds the name and nothing else
 };
 
 Exit StreamCompress(Mounts& mounts, const FileOptions& options);
@@ -70,6 +71,7 @@ Exit ImageDraw(Mounts& mounts, const EditOptions& options);
 Exit ChunkDumpCommand(Mounts& mounts, const FileOptions& options);
 Exit BlockDumpCommand(Mounts& mounts, const FileOptions& options);
 
+Exit Find(Mounts& mounts, const FileOptions& options);
 Exit Which(Mounts& mounts, const FileOptions& options);
 Exit Info(const FileOptions& options);
 

@@ -242,8 +242,17 @@ CommandLine::CommandLine()
     AddImage();
     AddDumps();
 
-    CLI::App* command = Command(&app, "which", "Show which mounted location serves a name, and which others have it",
-                                false, [this](Mounts& mounts) { return Which(mounts, files); });
+    CLI::App* command = Command(&app, "find", "List what matches a pattern, over all mounted locations of a name",
+                                false, [this](Mounts& mounts) { return Find(mounts, files); });
+    command
+        ->add_option("PATTERN", files.input,
+                     "NAME:FOLDER/WILDCARD or FOLDER/WILDCARD; only the last level may hold * and ?,\n"
+                     "and ; between several: 'data:textures/*.tga;*.bmp'")
+        ->required();
+    command->add_flag("--names", files.namesOnly, "Print names alone");
+    Json(command, files.json);
+    command = Command(&app, "which", "Show which mounted location serves a name, and which others have it", false,
+                      [this](Mounts& mounts) { return Which(mounts, files); });
     command->add_option("NAME", files.input, "As NAME:PATH")->required();
     Json(command, files.json);
     command = Command(&app, "info", "Show version, compiler and processor level", false,

@@ -60,10 +60,15 @@ bool LooksLikeArchive(const std::string& path)
     return got < 4 || std::memcmp(magic, "ARCH", 4) == 0;
 }
 
-bool ExistsOnDisk(const std::string& path)
+// The path on disk of a name in a mounted folder, in the spelling that it has there; empty if it is not there.
+std::string InFolder(const Mount& mount, const std::string& name)
 {
-    struct stat status;
-    return stat(path.c_str(), &status) == 0;
+    char path[Zem::File::Path::capacity];
+    const std::string full = mount.alone + ':' + name;
+    if (full.size() >= sizeof path)
+        return {};
+    std::memcpy(path, full.c_str(), full.size() + 1);
+    return Zem::File::TrueName(path) ? path : "";
 }
 
 std::string_view Word(std::string_view name)
@@ -125,8 +130,9 @@ std::string Mounts::OnDisk(const std::string& name) const
         return name;
     const std::string rest(BehindWord(name));
     for (const Mount* mount : locations)
-        if (mount->IsFolder() && ExistsOnDisk(mount->path + rest))
-            return mount->path + rest;
+        if (mount->IsFolder())
+            if (std::string path = InFolder(*mount, rest); !path.empty())
+                return path;
     for (const Mount* mount : locations)
         if (!mount->IsFolder() && Zem::File::Exists((mount->alone + ':' + rest).c_str()))
             Fail(Exit::Usage, name, "lies inside an archive, and has to be a file on disk here");
@@ -140,7 +146,13 @@ std::string Mounts::ForWriting(const std::string& name) const
         return name;
     for (const Mount* mount : locations)
         if (!mount->readOnly)
-            return mount->IsFolder() ? mount->path + std::string(BehindWord(name)) : std::string();
+        {
+            if (!mount->IsFolder())
+                return {};
+            const std::string rest(BehindWord(name));
+            const std::string there = InFolder(*mount, rest);
+            return there.empty() ? mount->path + rest : there;
+        }
     Fail(Exit::Usage, name, "cannot write: every location of this mount is read-only");
 }
 

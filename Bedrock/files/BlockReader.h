@@ -28,7 +28,7 @@ namespace Zem
 /// the rest of a longer one is dropped.
 ///
 /// Only the current line is kept. A malformed file shows as values that cannot be read or as an early end; nothing is
-/// thrown but what the file throws. A reader, its children and its file belong to one thread. Blocks nest to any depth.
+/// thrown but what the file throws. White space and numbers are those of the "C" locale, whatever the process has. A reader, its children and its file belong to one thread. Blocks nest to any depth.
 ///
 ///     BlockReader reader(file);
 ///     for (PString key; reader.Next(key);)
@@ -95,15 +95,30 @@ protected:
     static bool IsComment(const char* p);
 
 private:
+    static constexpr unsigned recentKeys = 64;
+
+    // A word or a value where it stands in the line.
+    struct Text
+    {
+        const char* at;
+        std::size_t length;
+    };
+
     bool ReadLine();
     bool AtValue();
+    bool FindWord(Text& word);
+    bool FindValue(Text& value);
+    void Deliver(const Text& word, PString& key) const;
 
     File* file = nullptr;
-    char* line = nullptr; // one block for a whole tree of readers, as is `token`
+    char* line = nullptr; // one block for a whole tree of readers, as are `token` and `recent`
     char* token = nullptr;
-    const char* cursor = nullptr; // in `line`; null when that is not this reader's line
+    PString* recent = nullptr;     // keys met before: a file has few that are different
+    const char* cursor = nullptr;  // in `line`; null when that is not this reader's line
+    const char* lineEnd = nullptr; // its terminator
     std::uint32_t lineSize = lineBytes;
-    PString key;
+    bool lineOpens = false; // it has a `{` anywhere
+    bool lineCloses = false;
     BlockReader* parent = nullptr;
     BlockReader* child = nullptr;
     bool blockEnded = false;   // this level's closing brace was seen

@@ -6,7 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -113,6 +117,80 @@ TEST(BlockReader, ReadsNumbersAndStopsAtWhatIsNone)
     EXPECT_EQ(reader.ReadIntv(i, 2), 2);
     EXPECT_EQ(i[0], INT_MAX);
     EXPECT_EQ(i[1], INT_MIN);
+}
+
+// Whatever begins a value is the number that the C library makes of it.
+TEST(BlockReader, ReadsNumbersAsTheCLibraryDoes)
+{
+    auto random = ::Test::Random();
+    const char* const pieces[] = {
+        "-",      "+",        "0",  "1",   "9",        "25",         "16777217",   ".",   ".",  "e",   "E-",
+        "e+",     "38",       "39", "46",  "x",        "X",          "p",          "p-1", "f",  "inf", "nan",
+        "nan(1)", "infinity", "0x", "000", "99999999", "2147483647", "2147483648", "4",   "\v", "\r",  "g"};
+    std::string text;
+    std::vector<std::string> words = {"0x",
+                                      "0x.",
+                                      "0x.8",
+                                      "0X1p3",
+                                      "1e400",
+                                      "1e-400",
+                                      "-1e39",
+                                      "1.4e-45",
+                                      "1e-46",
+                                      "3.4028236e38",
+                                      std::string(400, '9'),
+                                      std::string(400, '9') + "e-10",
+                                      std::string(400, '9') + "e-500",
+                                      "0." + std::string(400, '0') + "1e380",
+                                      "0" + std::string(400, '9'),
+                                      "0x0" + std::string(99, 'f'),
+                                      "0xep-999",
+                                      "0." + std::string(400, '0') + "1",
+                                      "0x1p999",
+                                      "0x1p-999",
+                                      "+-1",
+                                      "-+1",
+                                      "--1",
+                                      "-",
+                                      "+",
+                                      ".",
+                                      "5.",
+                                      ".5",
+                                      "-.5e1",
+                                      "1e",
+                                      "1e+",
+                                      "0x1p"};
+    while (words.size() < 5000)
+    {
+        std::string word;
+        for (std::uint64_t n = 1 + random() % 6; n > 0; --n)
+            word += pieces[random() % std::size(pieces)];
+        words.push_back(word);
+    }
+    for (const std::string& word : words)
+        text += "key " + word + "\n";
+    Opened reals(text);
+    Opened ints(text);
+    PString key;
+    for (const std::string& word : words)
+    {
+        SCOPED_TRACE(word);
+        ASSERT_TRUE(reals.reader.Next(key) && ints.reader.Next(key));
+        char* end;
+        const std::string line = word + "\n";
+        float real = 77;
+        const float expectedReal = std::strtof(line.c_str(), &end);
+        const bool isReal = end != line.c_str();
+        ASSERT_EQ(reals.reader.ReadFloat(real), isReal);
+        ASSERT_TRUE(!isReal || real == expectedReal || (std::isnan(real) && std::isnan(expectedReal)))
+            << real << " " << expectedReal;
+        ASSERT_TRUE(!isReal || std::signbit(real) == std::signbit(expectedReal) || std::isnan(real));
+        int number = 77;
+        const long long expected = std::strtoll(line.c_str(), &end, 10);
+        const bool isNumber = end != line.c_str();
+        ASSERT_EQ(ints.reader.ReadInt(number), isNumber);
+        ASSERT_TRUE(!isNumber || number == std::clamp<long long>(expected, INT_MIN, INT_MAX)) << number;
+    }
 }
 
 TEST(BlockReader, LeavesABlockFromAnywhereInside)

@@ -170,6 +170,12 @@ void StartSizing(const Fl_Window& window)
 
 void HeldKeys::Look()
 {
+    enter = escape = space = true;
+    LookAgain();
+}
+
+void HeldKeys::LookAgain()
+{
     char keys[32];
     XQueryKeymap(fl_display, keys);
     const auto isDown = [&](KeySym symbol)
@@ -177,19 +183,9 @@ void HeldKeys::Look()
         const KeyCode code = XKeysymToKeycode(fl_display, symbol);
         return code != 0 && (keys[code / 8] >> (code % 8) & 1) != 0;
     };
-    enter = isDown(XK_Return) || isDown(XK_KP_Enter);
-    escape = isDown(XK_Escape);
-    space = isDown(XK_space);
-}
-
-void HeldKeys::Released(int key)
-{
-    if (key == FL_Enter || key == FL_KP_Enter)
-        enter = false;
-    else if (key == FL_Escape)
-        escape = false;
-    else if (key == ' ')
-        space = false;
+    enter = enter && (isDown(XK_Return) || isDown(XK_KP_Enter));
+    escape = escape && isDown(XK_Escape);
+    space = space && isDown(XK_space);
 }
 
 bool HeldKeys::Contains(int key) const
@@ -302,7 +298,7 @@ int Dialog::handle(int event)
 {
     const int key = Fl::event_key();
     if (event == FL_KEYUP)
-        held.Released(key);
+        held.LookAgain(); // what the display repeats comes as releases too
     if ((event == FL_KEYBOARD || event == FL_SHORTCUT) && IsHeld(key))
         return 1;
     if (event == FL_KEYBOARD && (key == FL_Enter || key == FL_KP_Enter))

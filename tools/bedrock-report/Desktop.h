@@ -35,7 +35,8 @@ class HeldKeys
 {
 public:
     void Look();
-    void Released(int key);
+    /// Forgets those that have been released.
+    void LookAgain();
     bool Contains(int key) const;
 
 private:

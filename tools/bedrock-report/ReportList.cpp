@@ -83,44 +83,60 @@ std::string ReportList::Copied() const
     return text;
 }
 
+void ReportList::ScrollBy(int across, int down)
+{
+    int left, top, width, height;
+    bbox(left, top, width, height);
+    position(std::clamp(position() + down, 0, std::max(0, full_height() - height)));
+    hposition(std::clamp(hposition() + across, 0, std::max(0, full_width() - width)));
+}
+
 bool ReportList::HandleKey(int key)
 {
     int left, top, width, height;
     bbox(left, top, width, height);
-    const int lastRow = std::max(0, full_height() - height);
-    const int lastColumn = std::max(0, full_width() - width);
-    const auto across = [&](int x) { hposition(std::clamp(x, 0, lastColumn)); };
-    const auto down = [&](int y) { position(std::clamp(y, 0, lastRow)); };
+    const int page = height - lineHeight;
     switch (key)
     {
     case FL_Up:
-        down(position() - lineHeight);
+        ScrollBy(0, -lineHeight);
         return true;
     case FL_Down:
-        down(position() + lineHeight);
+        ScrollBy(0, lineHeight);
         return true;
     case FL_Page_Up:
-        down(position() - (height - lineHeight));
+        ScrollBy(0, -page);
         return true;
     case FL_Page_Down:
-        down(position() + (height - lineHeight));
+        ScrollBy(0, page);
         return true;
     case FL_Home:
-        down(0);
-        across(0);
+        ScrollBy(-hposition(), -position());
         return true;
     case FL_End:
-        down(lastRow);
+        ScrollBy(0, full_height() - position());
         return true;
     case FL_Left:
-        across(hposition() - 4 * lineHeight);
+        ScrollBy(-4 * lineHeight, 0);
         return true;
     case FL_Right:
-        across(hposition() + 4 * lineHeight);
+        ScrollBy(4 * lineHeight, 0);
         return true;
     default:
         return false;
     }
+}
+
+int ReportList::handle(int event)
+{
+    if (event != FL_MOUSEWHEEL)
+        return Fl_Browser_::handle(event);
+    const int step = 3 * lineHeight;
+    if (Fl::event_state(FL_SHIFT))
+        ScrollBy(step * (Fl::event_dx() + Fl::event_dy()), 0);
+    else
+        ScrollBy(step * Fl::event_dx(), step * Fl::event_dy());
+    return 1;
 }
 
 // An item is its line.

@@ -22,6 +22,9 @@ public:
     /// Scrolls by lines and pages, or to an end. Returns: false if the key means nothing here.
     bool HandleKey(int key);
 
+    /// Three lines a notch of the wheel, and across with Shift or a second wheel.
+    int handle(int event) override;
+
     /// The lines, each with its end, as they would be pasted.
     std::string Copied() const;
 
@@ -40,6 +43,8 @@ private:
     };
 
     int Measure(Line& line) const;
+    /// By so many pixels, as far as it goes.
+    void ScrollBy(int across, int down);
 
     void* item_first() const override;
     void* item_next(void* item) const override;

@@ -63,6 +63,7 @@
 #include <Bedrock/window/MousePointer.h>
 #include <Bedrock/window/Window.h>
 #include <Bedrock/window/WindowPlacement.h>
+#include <Bedrock/window/WindowSurface.h>
 
 // Maths and display helpers
 #include <Bedrock/maths/Color.h>

@@ -118,6 +118,13 @@ bool MessageQueue::Peek(Platform::DesktopMessage& result) noexcept
     return found;
 }
 
+void MessageQueue::Wait(std::uint32_t milliseconds) noexcept
+{
+    Platform::Desktop* const desktop = Platform::OpenedDesktop();
+    if (desktop && state.count == 0 && !state.quit && !state.paintHeld)
+        desktop->Wait(milliseconds);
+}
+
 void MessageQueue::Translate(const Platform::DesktopMessage& message) noexcept
 {
     const std::uint32_t number = static_cast<std::uint32_t>(message.message.number);

@@ -39,6 +39,8 @@ public:
 
     /// Fetches the next message; false if there is none. The quit message is fetched once.
     static bool Peek(Platform::DesktopMessage& result) noexcept;
+    /// Sleeps until `Peek` may find something, or so many milliseconds have passed (0xFFFFFFFF: for ever).
+    static void Wait(std::uint32_t milliseconds) noexcept;
     /// Puts the text that a key types in front of the queue, one message for each byte.
     static void Translate(const Platform::DesktopMessage& message) noexcept;
     static int Dispatch(const WindowMessage& message);

@@ -86,14 +86,7 @@ bool Window::Open(const char* name, const Options* options)
         return false;
     }
 
-    // The closing bracket stands whatever the length, and no character of several bytes is cut.
-    constexpr std::size_t longest = sizeof(title) - sizeof("ZEM []");
-    std::size_t length = std::strlen(name);
-    if (length > longest)
-        for (length = longest; length > 0 && (name[length] & 0xC0) == 0x80;)
-            --length;
-    std::snprintf(title, sizeof(title), "ZEM [%.*s]", static_cast<int>(length), name);
-
+    SetTitle(name);
     if (options && options->Get("ShowFPS"))
     {
         flags |= ShowFrameRate;
@@ -102,6 +95,19 @@ bool Window::Open(const char* name, const Options* options)
         rateTime = Time::Ms();
     }
     return true;
+}
+
+void Window::SetTitle(const char* name)
+{
+    // The closing bracket stands whatever the length, and no character of several bytes is cut.
+    constexpr std::size_t longest = sizeof(title) - sizeof("ZEM []");
+    std::size_t length = std::strlen(name);
+    if (length > longest)
+        for (length = longest; length > 0 && (name[length] & 0xC0) == 0x80;)
+            --length;
+    std::snprintf(title, sizeof(title), "ZEM [%.*s]", static_cast<int>(length), name);
+    if (Desktop* const desktop = OpenedDesktop(); desktop && handle)
+        desktop->SetTitle(Native(handle), title);
 }
 
 void Window::Close()
@@ -258,6 +264,11 @@ bool Window::HandleMessages()
     if (MessageQueue::Peek(message))
         MessageQueue::Dispatch(message.message);
     return true;
+}
+
+void Window::WaitMessages(std::uint32_t milliseconds)
+{
+    MessageQueue::Wait(milliseconds);
 }
 
 void Window::CountFrame()

@@ -97,6 +97,10 @@ public:
     /// With "ShowFPS" the title shows the frame rate, at most four times a second and gliding.
     bool HandleMessages();
 
+    /// Sleeps until there may be something for `HandleMessages`, or so many milliseconds have passed (0xFFFFFFFF: for
+    /// ever): for applications that draw nothing by themselves. Without a desktop it returns at once.
+    static void WaitMessages(std::uint32_t milliseconds);
+
     /// Appends a hook. False if there is no memory, and then it is not added.
     bool RegisterWindowHook(Hook function, void* data);
     /// Removes the first hook with that data, if there is one.
@@ -119,6 +123,8 @@ public:
     void* GetParent() const { return parent; }
     /// The title without the frame rate.
     const char* GetTitle() const { return title; }
+    /// Changes the title to "ZEM [name]", cut as `Open` does.
+    void SetTitle(const char* name);
     static const char* GetInternalName() { return "ZEM"; }
 
     /// Left, top, width and height of the client area in its own terms, so left and top are 0. All 0 without a window.

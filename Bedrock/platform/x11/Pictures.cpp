@@ -105,17 +105,41 @@ void Pictures::Wait(Block& block)
     if (block.reading)
         Reply<xcb_get_input_focus_reply_t>(xcb_get_input_focus_reply(connection.xcb, block.fence, nullptr));
     block.reading = false;
+    block.used = 0;
 }
 
-// Memory of at least so many bytes that the server maps too, and has read.
+// So many bytes of the current block; null if the server does not share memory.
+std::uint8_t* Pictures::Take(std::size_t size)
+{
+    Block* block = &blocks[current];
+    if (block->size - block->used < size)
+    {
+        if (block->segment)
+        {
+            block->fence = xcb_get_input_focus(connection.xcb);
+            block->reading = true;
+        }
+        current ^= 1;
+        block = &blocks[current];
+        if (block->size >= size)
+            Wait(*block);
+        else
+            Release(*block);
+        block->used = 0;
+        constexpr std::size_t least = 262144; // many small pictures share a block
+        if (!block->segment && !Share(*block, size < least ? least : size))
+            return nullptr;
+    }
+    std::uint8_t* const taken = block->memory + block->used;
+    block->used += (size + 63) / 64 * 64;
+    if (block->used > block->size)
+        block->used = block->size;
+    return taken;
+}
+
+// Memory that the server maps too.
 bool Pictures::Share(Block& block, std::size_t size)
 {
-    if (block.segment && block.size >= size)
-    {
-        Wait(block);
-        return true;
-    }
-    Release(block);
     if (refused || !connection.extensions.shm || !IsLocal(connection.xcb))
         return false;
     const int file = memfd_create("bedrock-picture", MFD_CLOEXEC | MFD_ALLOW_SEALING);
@@ -141,7 +165,7 @@ bool Pictures::Share(Block& block, std::size_t size)
         munmap(memory, size);
         return false;
     }
-    block = {static_cast<std::uint8_t*>(memory), size, segment, false, {}};
+    block = {static_cast<std::uint8_t*>(memory), size, 0, segment, false, {}};
     return true;
 }
 
@@ -149,14 +173,13 @@ bool Pictures::Show(xcb_window_t window, xcb_gcontext_t gc, const PixelForm& for
                     Point corner, const Rect& place)
 {
     const std::size_t pitch = form.Pitch(place.width);
-    current ^= 1;
-    Block& block = blocks[current];
-    if (!Share(block, pitch * static_cast<std::size_t>(place.height)))
+    std::uint8_t* const shared = Take(pitch * static_cast<std::size_t>(place.height));
+    if (!shared)
         return Send(window, gc, form, picture, corner, place);
 
     const auto* row = static_cast<const std::uint8_t*>(picture.first) + (place.y - corner.y) * picture.pitch +
                       std::ptrdiff_t{place.x - corner.x} * 4;
-    std::uint8_t* dst = block.memory;
+    std::uint8_t* dst = shared;
     if (form.same && picture.pitch == static_cast<std::ptrdiff_t>(pitch))
         std::memcpy(dst, row, pitch * static_cast<std::size_t>(place.height));
     else
@@ -168,9 +191,8 @@ bool Pictures::Show(xcb_window_t window, xcb_gcontext_t gc, const PixelForm& for
     // The server takes the row's width in pixels and pads it as every image of this depth.
     xcb_shm_put_image(connection.xcb, window, gc, u(width), u(height), 0, 0, u(width), u(height),
                       static_cast<std::int16_t>(place.x), static_cast<std::int16_t>(place.y), form.depth,
-                      XCB_IMAGE_FORMAT_Z_PIXMAP, 0, block.segment, 0);
-    block.fence = xcb_get_input_focus(connection.xcb);
-    block.reading = true;
+                      XCB_IMAGE_FORMAT_Z_PIXMAP, 0, blocks[current].segment,
+                      static_cast<std::uint32_t>(shared - blocks[current].memory));
     connection.Flush();
     return true;
 }

@@ -36,7 +36,8 @@ struct PixelForm
 /// The way of pictures into windows.
 ///
 /// A server on this machine maps the memory that rows are copied to, and copies them from there itself. There are two
-/// such blocks, so that one is filled while the server still reads the other. Any other server is sent the rows.
+/// such blocks, so that one is filled, picture behind picture, while the server still reads the other. Any other server
+/// is sent the rows.
 class Pictures
 {
 public:
@@ -57,11 +58,12 @@ private:
     struct Block
     {
         std::uint8_t* memory;
-        std::size_t size;
+        std::size_t size, used;
         std::uint32_t segment;
         bool reading;                       // the server may not have read it yet
         xcb_get_input_focus_cookie_t fence; // answered when it has
     };
+    std::uint8_t* Take(std::size_t size);
     bool Share(Block& block, std::size_t size);
     void Release(Block& block);
     void Wait(Block& block);

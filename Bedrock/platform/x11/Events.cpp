@@ -72,10 +72,19 @@ void X11Desktop::TellShape(OwnWindow& own, bool first)
 void X11Desktop::GiveKeyboard(OwnWindow* own)
 {
     focusLost = false;
-    if (own == focus)
-        return;
-    OwnWindow* const before = focus;
     focus = own;
+    if (!focusHeld)
+        TellFocus();
+}
+
+// Tells who has lost the keyboard since the last time, and who has got it.
+void X11Desktop::TellFocus()
+{
+    OwnWindow* const before = focusTold;
+    OwnWindow* const own = focus;
+    if (own == before)
+        return;
+    focusTold = own;
     const xcb_window_t topBefore = TopOf(before), top = TopOf(own);
     if (before)
     {

@@ -158,6 +158,8 @@ void X11Desktop::Unlink(OwnWindow* own)
         focus = nullptr;
         focusLost = false;
     }
+    if (focusTold == own)
+        focusTold = nullptr;
     if (capture == own)
         capture = nullptr;
     if (own->gc)
@@ -570,6 +572,20 @@ bool X11Desktop::SetFocus(WindowHandle window) noexcept
         own = Find(window.value);
         return own != nullptr;
     };
+    // The keyboard may reach a child by way of its top-level window: what is told is where it comes to.
+    struct Hold
+    {
+        explicit Hold(X11Desktop& held) : desktop(held) { desktop.focusHeld = true; }
+        ~Hold()
+        {
+            desktop.focusHeld = false;
+            desktop.TellFocus();
+        }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+        X11Desktop& desktop;
+    } const hold(*this);
     const xcb_window_t top = TopOf(own);
     if (!focus || TopOf(focus) != top)
     {

@@ -135,6 +135,7 @@ private:
     void TellFamily(OwnWindow& own);
     void ReadState(OwnWindow& own);
     void GiveKeyboard(OwnWindow* own);
+    void TellFocus();
     void Tell(const OwnWindow& own, std::uint32_t number, std::uintptr_t first, std::uintptr_t second);
     void TellLatest(OwnWindow& own, std::uint32_t number, std::uintptr_t first, std::uintptr_t second);
     void TellShape(OwnWindow& own, bool first);
@@ -160,6 +161,8 @@ private:
     MessageQueue queue;
     OwnWindow* windows = nullptr;
     OwnWindow* focus = nullptr;
+    OwnWindow* focusTold = nullptr; // what was told last of it
+    bool focusHeld = false;         // nothing is told until it has come to rest
     OwnWindow* capture = nullptr;
     bool focusLost = false; // and nobody of ours got it yet
     bool lost = false;      // the server is, and the windows have been told

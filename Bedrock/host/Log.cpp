@@ -104,12 +104,26 @@ LogClient* Log::GetClient(const char* name) noexcept
 
 // ---------------------------------------------------------------------------------------------------- the clock
 
+namespace
+{
+
+// The nearest whole number, of two the even one. Numbers with no more than 22 bits before the point take the short way:
+// with this one added none is left behind it.
+int ToNearest(double number) noexcept
+{
+    constexpr double shift = 6755399441055744.0; // 1.5 times two to the 52nd
+    if (number > -4194304 && number < 4194304)
+        return static_cast<int>((number + shift) - shift);
+    return static_cast<int>(std::nearbyint(number));
+}
+
+} // namespace
+
 Log::Moment Log::Now() noexcept
 {
     Moment now;
     now.time = static_cast<float>(Time::GetSeconds() - startTime);
-    const float half = now.time * (1.0F / 60) - 0.5F; // rounded to even it is the whole minutes
-    now.minutes = static_cast<int>(std::nearbyint(half));
+    now.minutes = ToNearest(now.time * (1.0F / 60) - 0.5F);
     now.seconds = static_cast<float>(now.time - now.minutes * 60.0);
     return now;
 }
@@ -150,9 +164,9 @@ char* PutMinutes(char* to, int minutes) noexcept
 // As "%04.1f". Ten times a float is exact in a double, so it rounds as the exact number would.
 char* PutSeconds(char* to, float seconds) noexcept
 {
-    if (!(seconds >= 0 && seconds < 99))
+    if (!(seconds >= 0 && seconds < 99)) // also what is no number
         return to + std::snprintf(to, 16, "%04.1f", static_cast<double>(seconds));
-    const int tenths = static_cast<int>(std::nearbyint(static_cast<double>(seconds) * 10));
+    const int tenths = ToNearest(static_cast<double>(seconds) * 10);
     *to++ = static_cast<char>('0' + tenths / 100);
     *to++ = static_cast<char>('0' + tenths / 10 % 10);
     *to++ = '.';

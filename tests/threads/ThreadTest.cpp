@@ -112,6 +112,8 @@ TEST(Thread, TellsItsEndAndLeavesNothingBehind)
              }
              catch (int)
              {
+                 static auto* kept = new std::vector<std::exception_ptr>; // nobody will free it
+                 kept->push_back(std::current_exception());
                  EndBelow(10);
              }
              return 1;

@@ -419,6 +419,7 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
 
 Waitable* Create(WaitKind kind, std::uintptr_t word, std::uint32_t maximum, const char* name)
 {
+    const SuspendGuard suspension; // the heap has locks too
     void* memory = name ? nullptr : std::malloc(sizeof(Waitable));
     if (!memory)
         return nullptr;
@@ -429,6 +430,7 @@ Waitable* Create(WaitKind kind, std::uintptr_t word, std::uint32_t maximum, cons
 
 bool WatchThread() noexcept
 {
+    const SuspendGuard suspension; // the heap may be asked
     if (!mine.isWatched)
         mine.isWatched = hasEndKey.load(std::memory_order_acquire) && pthread_setspecific(endKey, &endKey) == 0;
     return mine.isWatched;

@@ -521,6 +521,64 @@ class MountedNames(ToolTest):
         self.assertEqual(self.read('pla:in'), self.read('odd:dir/ti:les.bmp'))
 
 
+class Options(ToolTest):
+    """`bedrock options` against what the sources say."""
+
+    def setUp(self):
+        super().setUp()
+        for name in ('Options', 'ViewerOptions'):
+            os.environ.pop(name, None)
+
+    def history(self, *arguments, exit=0, says=()):
+        shown = json.loads(self.run_tool('options', '--json', *arguments, exit=exit, says=says))
+        return {row['key']: [(step['source'], step['name'], step['value'], step['appended']) for step in row['from']]
+                for row in shown}
+
+    def test_an_application_starts(self):
+        os.environ['Options'] = '-a=1 -b=1 -c=1 -d=1'
+        os.environ['ViewerOptions'] = '-b=2 -c=2 -d=2 +log=x'
+        self.write('bin/ViewerOptions.txt', b'-c=3 -d=3\n+log=y')
+        self.write('ViewerOptions.txt', b'-d=4')
+        try:
+            rows = self.history('--prefix', 'Viewer', '--program', 'bin/viewer', '--', '-e', '+Log=z', '-a=new')
+        finally:
+            del os.environ['Options'], os.environ['ViewerOptions']
+        self.assertEqual(list(rows), ['a', 'b', 'c', 'd', 'log', 'bin/viewer', 'e'])
+        self.assertEqual(rows['a'], [('arguments', '', 'new', False), ('variable', 'Options', '1', False)])
+        self.assertEqual(rows['d'], [('file', 'ViewerOptions.txt', '4', False),
+                                     ('file', 'bin/ViewerOptions.txt', '3', False),
+                                     ('variable', 'ViewerOptions', '2', False), ('variable', 'Options', '1', False)])
+        self.assertEqual(rows['log'], [('arguments', '', 'x,y,z', True),
+                                       ('file', 'bin/ViewerOptions.txt', 'x,y', True),
+                                       ('variable', 'ViewerOptions', 'x', False)])
+        self.assertEqual(rows['e'], [('arguments', '', '', False)])
+
+    def test_sources_in_the_order_given(self):
+        self.write('one.txt', b'-Title=Hello World\n-Fast+')
+        self.write('two.bin', b'-Fast-\n-name=\xff\x1b[2J')
+        sources = ('--source', 'file:one.txt', '--source', 'text:-fast=1', '--source', 'file:two.bin')
+        rows = self.history(*sources)
+        self.assertEqual(rows['title'], [('file', 'one.txt', 'Hello World', False)])
+        self.assertEqual([step[2] for step in rows['fast']], ['-', '1', '+'])
+        self.assertEqual(rows['name'][0][2], '\udcff\x1b[2J')
+        self.assertEqual(self.run_tool('options', *sources, '--key', 'FAST', '--key', 'name'),
+                         'FAST = -\n    from file two.bin\n    in place of 1 from text\n'
+                         '    in place of + from file one.txt\nname = \udcff\\x1B[2J\n    from file two.bin\n')
+        self.run_tool('stream', 'compress', 'one.txt', 'one.cf')
+        self.assertEqual(self.history('--source', 'file:one.cf')['title'][0][2], 'Hello World')
+        self.run_tool('archive', 'create', 'set.arc', 'one.txt')
+        self.assertIn('title', self.history('--mount', 'set=set.arc:ro', '--source', 'file:set:one.txt'))
+
+    def test_what_is_not_there_is_told(self):
+        rows = self.history('--source', 'file:absent', '--source', 'env:ABSENT_HERE', '--source', 'text:-a=1', exit=1,
+                            says=('absent: no such file', 'ABSENT_HERE: no such variable'))
+        self.assertEqual(list(rows), ['a'])
+        self.run_tool('options', '--source', 'text:-a', '--key', 'b', exit=1, says='b: no source has it')
+        self.run_tool('options', '--source', 'text', exit=0)
+        for arguments in (('--source', 'other:x'), ('--source', 'text:-a', '--', '-b')):
+            self.run_tool('options', *arguments, exit=2, says='options')
+
+
 class Dumps(ToolTest):
     def test_chunks(self):
         tree = [(1, [(0x4853454D, b'abc'), (3, [(4, b'')])]), (5, bytes(16)), (6, b'no blocks')]

@@ -75,4 +75,16 @@ Exit Find(Mounts& mounts, const FileOptions& options);
 Exit Which(Mounts& mounts, const FileOptions& options);
 Exit Info(const FileOptions& options);
 
+struct OptionsOptions
+{
+    std::string prefix;                 // of the application's variable and option files
+    std::string program;                // its path: an option file may lie beside it
+    std::vector<std::string> sources;   // these instead, in this order
+    std::vector<std::string> keys;      // show these alone
+    std::vector<std::string> arguments; // of the application
+    bool json = false;
+};
+
+Exit ShowOptions(Mounts& mounts, const OptionsOptions& options);
+
 } // namespace Tool

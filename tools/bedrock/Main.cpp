@@ -42,6 +42,7 @@ private:
     void AddArchive();
     void AddStream();
     void AddDumps();
+    void AddOptions();
     void AddImage();
     void AddImageEdits(CLI::App* group);
     int WrongUsage(const CLI::ParseError& error);
@@ -53,6 +54,7 @@ private:
     ArchiveOptions archive;
     FileOptions files;
     EditOptions edit;
+    OptionsOptions options;
 };
 
 // Mounts may stand before the command and behind it.
@@ -230,6 +232,29 @@ void CommandLine::AddDumps()
     Json(command, files.json);
 }
 
+void CommandLine::AddOptions()
+{
+    CLI::App* const command =
+        Command(&app, "options", "Show the options that an application finds, and where each came from", false,
+                [this](Mounts& mounts) { return ShowOptions(mounts, options); });
+    command->add_option("--prefix", options.prefix, "What its variable and its option files begin with")
+        ->type_name("NAME");
+    command->add_option("--program", options.program, "Its path: the folder is searched for an option file");
+    command
+        ->add_option("--source", options.sources,
+                     "Instead of what an application reads: env:NAME, file:NAME or text:OPTIONS,\n"
+                     "as often as wanted, each over those before it")
+        ->type_name("KIND:WHAT")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command->add_option("--key", options.keys, "Show this key alone, as often as wanted")
+        ->type_name("KEY")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command->add_option("ARGUMENTS", options.arguments, "Behind \"--\": the application's arguments");
+    Json(command, options.json);
+}
+
 CommandLine::CommandLine()
 {
     app.require_subcommand(1);
@@ -241,6 +266,7 @@ CommandLine::CommandLine()
     AddStream();
     AddImage();
     AddDumps();
+    AddOptions();
 
     CLI::App* command = Command(&app, "find", "List what matches a pattern, over all mounted locations of a name",
                                 false, [this](Mounts& mounts) { return Find(mounts, files); });

@@ -287,6 +287,15 @@ protected:
     /// whole: it is not put into an archive.
     /// Throws: as `Write`; while writing compressed or appending, where no byte can be written again.
     void Patch(std::uint32_t at, const void* src, std::uint32_t n);
+    /// The next `n` bytes where they lie in the buffer, and moves behind them. Null, and nothing moved, if they are not all
+    /// read ahead.
+    const std::uint8_t* TakeBuffered(std::uint32_t n)
+    {
+        if (readEnd - current < static_cast<std::ptrdiff_t>(n))
+            return nullptr;
+        current += n;
+        return current - n;
+    }
     /// How many of the next `wanted` bytes the stream has.
     std::uint32_t BytesLeft(std::uint32_t wanted);
     /// Reads up to `n` bytes, at least 1: those in hand, or as many as one refill brings. 0 at the end of the stream, also of

@@ -139,6 +139,7 @@ std::uint32_t File::ReadSlow(void* target, std::size_t n, std::size_t itemSize)
             readEnd = buffer;
             part = ReadNext(dst, wanted);
             bufferStart += static_cast<std::uint32_t>(part);
+            readAhead = farAhead; // often a header follows, and then another large read
         }
         else
         {

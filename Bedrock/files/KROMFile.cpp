@@ -166,17 +166,11 @@ void KROMFile::Skip(std::uint32_t bytes)
         SeekCur(static_cast<std::int32_t>(bytes));
 }
 
-// False: the text is to stay as it was.
-bool KROMFile::ReadText(String& text)
+// The text behind a length word `n`. False: there is no memory for it.
+bool KROMFile::ReadText(std::uint32_t n, String& text)
 {
-    std::uint32_t n = 0;
-    Read32(n);
-    if (n == noText)
-        return true;
     text = "";
     bool stored = static_cast<const char*>(text) != nullptr;
-    if (n == emptyText)
-        return stored;
     const std::uint32_t length = BytesLeft(n - 1);
     if (length > 0)
     {
@@ -191,23 +185,43 @@ bool KROMFile::ReadText(String& text)
     return stored;
 }
 
+// Most texts lie in the buffer as a whole, and are made from there.
 KROMFile::Result KROMFile::ReadPadded(String& text)
 {
-    String read;
-    if (ReadText(read))
+    std::uint32_t n = 0;
+    Read32(n);
+    if (n == noText)
+        text = String();
+    else if (n == emptyText)
+        text = "";
+    else if (const std::uint8_t* const bytes = n < blockSize ? TakeBuffered(n - 1 + Padding(n)) : nullptr)
+    {
+        if (char* const to = text.Fill(n - 1))
+            std::memcpy(to, bytes, n - 1);
+    }
+    else if (String read; ReadText(n, read))
         text = std::move(read);
     return RES_OK;
 }
 
 KROMFile::Result KROMFile::ReadPadded(PString& text)
 {
-    String read;
-    if (!ReadText(read))
+    std::uint32_t n = 0;
+    Read32(n);
+    PString read;
+    if (n == noText)
+    {
+        text = std::move(read);
         return RES_OK;
-    const char* const bytes = read;
-    PString interned = bytes ? PString(bytes, read.Length()) : PString();
-    if (!bytes || !interned.IsNull())
-        text = std::move(interned);
+    }
+    if (n == emptyText)
+        read = PString("");
+    else if (const std::uint8_t* const bytes = n < blockSize ? TakeBuffered(n - 1 + Padding(n)) : nullptr)
+        read = PString(reinterpret_cast<const char*>(bytes), n - 1);
+    else if (String whole; ReadText(n, whole))
+        read = PString(static_cast<const char*>(whole), whole.Length());
+    if (!read.IsNull())
+        text = std::move(read);
     return RES_OK;
 }
 

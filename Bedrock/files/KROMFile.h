@@ -99,7 +99,7 @@ private:
     friend class KROMWriteSize;
 
     void WritePadded(const char* text, std::uint32_t length);
-    bool ReadText(String& text);
+    bool ReadText(std::uint32_t n, String& text);
     void Skip(std::uint32_t bytes);
 };
 

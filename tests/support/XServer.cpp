@@ -295,6 +295,15 @@ xcb_window_t XServer::AddWindow(const char* title, const Zem::Rect& client, bool
     return window;
 }
 
+std::vector<xcb_window_t> XServer::Children()
+{
+    const auto reply = Own(xcb_query_tree_reply(xcb, xcb_query_tree(xcb, screen->root), nullptr));
+    if (!reply)
+        return {};
+    const xcb_window_t* const children = xcb_query_tree_children(reply.get());
+    return {children, children + xcb_query_tree_children_length(reply.get())};
+}
+
 Zem::Rect XServer::Geometry(xcb_window_t window)
 {
     const auto size = Own(xcb_get_geometry_reply(xcb, xcb_get_geometry(xcb, window), nullptr));

@@ -57,6 +57,7 @@ public:
     // Other programs
 
     xcb_window_t AddWindow(const char* title, const Zem::Rect& client, bool map = true);
+    std::vector<xcb_window_t> Children();    // of the root window
     Zem::Rect Geometry(xcb_window_t window); // client area on the root window
     std::vector<std::uint32_t> Property(xcb_window_t window, const char* name);
     std::string Text(xcb_window_t window, const char* name);

@@ -71,6 +71,14 @@ Exit ImageDraw(Mounts& mounts, const EditOptions& options);
 Exit ChunkDumpCommand(Mounts& mounts, const FileOptions& options);
 Exit BlockDumpCommand(Mounts& mounts, const FileOptions& options);
 
+struct ViewOptions
+{
+    std::vector<std::string> images;
+    bool fullscreen = false;
+};
+
+Exit View(Mounts& mounts, const ViewOptions& options);
+
 Exit Find(Mounts& mounts, const FileOptions& options);
 Exit Which(Mounts& mounts, const FileOptions& options);
 Exit Info(const FileOptions& options);

@@ -18,7 +18,13 @@ using namespace Tool;
 
 const char* const footer =
     "Any file argument may be NAME:PATH, a path inside what --mount put under NAME.\n"
-    "Exit codes: 0 done, 1 something is wrong with what was looked at, 2 wrong usage, 3 reading or writing failed.";
+    "Exit codes: 0 done, 1 something is wrong with what was looked at, 2 wrong usage, 3 reading or writing failed,\n"
+    "or there is no display.";
+
+const char* const viewKeys =
+    "Keys: PageDown, Space, n: next image. PageUp, Backspace, p: previous. Home, End: first, last.\n"
+    "+, -, wheel: zoom. 1: original size. f: fit into the window. Arrows, drag: move a large image.\n"
+    "Escape, q: end.";
 
 // What the arguments asked for.
 struct Request
@@ -55,6 +61,7 @@ private:
     FileOptions files;
     EditOptions edit;
     OptionsOptions options;
+    ViewOptions view;
 };
 
 // Mounts may stand before the command and behind it.
@@ -277,6 +284,11 @@ CommandLine::CommandLine()
         ->required();
     command->add_flag("--names", files.namesOnly, "Print names alone");
     Json(command, files.json);
+    command = Command(&app, "view", "Show images in a window", false,
+                      [this](Mounts& mounts) { return View(mounts, view); });
+    command->add_option("IMAGES", view.images, "TGA, BMP, PCX and JPEG files")->required();
+    command->add_flag("--fullscreen", view.fullscreen, "Over the whole desktop, without a frame");
+    command->footer(viewKeys);
     command = Command(&app, "which", "Show which mounted location serves a name, and which others have it", false,
                       [this](Mounts& mounts) { return Which(mounts, files); });
     command->add_option("NAME", files.input, "As NAME:PATH")->required();

@@ -21,7 +21,7 @@
 ///
 /// *Places* are pixels. The area of a window is its outermost rectangle, frame included, on the desktop: the main
 /// monitor's upper left corner is (0, 0). Its client area is what lies within the frame. A child has no frame, so that
-/// both are one. Sizes asked for are cut to 1 to 32767 a side.
+/// both are one. Sizes asked for are cut to 1 to 32767 a side, places to -32767 to 32767.
 ///
 /// *Stacking and focus.* A framed or full-screen window comes to the front and gets the keyboard when it is shown, and
 /// when it is clicked, whether a window manager sees to it or the backend has to. Children lie on their parent and get

@@ -101,6 +101,8 @@ void Window::SetTitle(const char* name)
 {
     // The closing bracket stands whatever the length, and no character of several bytes is cut.
     constexpr std::size_t longest = sizeof(title) - sizeof("ZEM []");
+    if (!name)
+        name = "";
     std::size_t length = std::strlen(name);
     if (length > longest)
         for (length = longest; length > 0 && (name[length] & 0xC0) == 0x80;)
@@ -251,6 +253,7 @@ void Window::Show(bool visible)
 
 bool Window::HandleMessages()
 {
+    const bool wasHeard = self == this;
     CountFrame();
     Platform::DesktopMessage message;
     while (MessageQueue::Peek(message))
@@ -259,6 +262,8 @@ bool Window::HandleMessages()
             return false;
         MessageQueue::Translate(message);
         MessageQueue::Dispatch(message.message);
+        if (wasHeard && self != this)
+            return self; // a hook has deleted this object, or has made another one
     }
     MessageQueue::Post({reinterpret_cast<std::uintptr_t>(handle), MessageFrame, 0, 0});
     if (MessageQueue::Peek(message))
@@ -457,12 +462,12 @@ bool Window::Present(const Bitmap& picture, Point at)
 
 void Window::Message(const char* text)
 {
-    Platform::ShowMessage(Platform::MessageKind::Plain, GetInternalName(), text);
+    Platform::ShowMessage(Platform::MessageKind::Plain, GetInternalName(), text ? text : "");
 }
 
 bool Window::MessageConfirm(const char* text)
 {
-    return Platform::ShowMessage(Platform::MessageKind::Confirm, GetInternalName(), text);
+    return Platform::ShowMessage(Platform::MessageKind::Confirm, GetInternalName(), text ? text : "");
 }
 
 void Window::Error(const char* text)

@@ -49,7 +49,8 @@ class ZEM_API Window
     ZEM_HEAP_OPERATORS
 public:
     /// Sees a message before the window does; `message` is a `WindowMessage`. True: the window does not get it, nor do
-    /// later hooks, and `result` (0 at first) is the answer. A hook may add and clear hooks, also itself.
+    /// later hooks, and `result` (0 at first) is the answer. A hook may add and clear hooks, also itself, and delete the
+    /// window: then the call that brought it the message answers false.
     using Hook = bool (*)(void* data, void* message, int& result);
 
     /// For a coordinate or a size: whatever the desktop likes.

@@ -237,6 +237,19 @@ TEST_P(OnDesktop, RefusesWhatCannotBe)
     Fetch({});
     ASSERT_TRUE(desktop->ClientArea(window, area));
     EXPECT_EQ(Size{area}, (Size{1, 1}));
+    for (const std::int32_t far : {INT32_MIN, INT32_MIN + 1, -32768, 32768, INT32_MAX})
+    {
+        const WindowHandle remote = Framed({far, far}, {far, far});
+        if (remote.value == 0)
+            continue; // a server may have no memory for the largest
+        EXPECT_TRUE(desktop->Area(remote, area));
+        EXPECT_EQ(area.x < 0, far < 0) << far;
+        EXPECT_TRUE(area.width > 0 && area.height > 0);
+        desktop->Move(remote, {far, far, far, far});
+        desktop->SetPosition(remote, {Platform::WindowState::Normal, {far, far, far, far}});
+        desktop->Present(remote, {&pixel, 4, {1, 1}}, {far, far});
+        EXPECT_TRUE(desktop->DestroyWindow(remote));
+    }
     EXPECT_TRUE(desktop->IsVisible(foreign));
 }
 

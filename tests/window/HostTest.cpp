@@ -229,8 +229,10 @@ TEST_F(Host, SurvivesAHookThatDeletesTheWindow)
             return false;
         },
         window);
-    EXPECT_EQ(MessageQueue::Send({handle, MessageUser, 0, 0}), 0);
+    ASSERT_TRUE(MessageQueue::Post({handle, MessageUser, 0, 0}));
+    EXPECT_FALSE(window->HandleMessages()) << "leave the loop";
     EXPECT_EQ(Window::self, nullptr);
+    EXPECT_EQ(MessageQueue::Send({handle, MessageUser, 0, 0}), 0);
 }
 
 // What becomes of messages that no hook takes.
@@ -350,6 +352,18 @@ TEST_F(Host, GivesTheClassBackWhenTheProgramFails)
     fail(); // with no hook of the first one left, or it would be called with an object that is gone
     EXPECT_TRUE(third.Open("Test", nullptr));
     ExceptionHandler::SetAssertions(true);
+}
+
+TEST_F(Host, AsksTheUser)
+{
+    const char* before = getenv("BEDROCK_REPORT");
+    const std::string kept = before ? before : "";
+    setenv("BEDROCK_REPORT", "continue", 1);
+    EXPECT_TRUE(Window::MessageConfirm("Continue?"));
+    Window::Message("Shown.");
+    setenv("BEDROCK_REPORT", "terminate", 1);
+    EXPECT_FALSE(Window::MessageConfirm("Continue?"));
+    before ? setenv("BEDROCK_REPORT", kept.c_str(), 1) : unsetenv("BEDROCK_REPORT");
 }
 
 // BEDROCK_DESKTOP decides; without it a display, and without that the desktop in memory.

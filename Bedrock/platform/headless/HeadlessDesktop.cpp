@@ -22,11 +22,13 @@ Size Sides(Size wished)
     return {Side(wished.width), Side(wished.height)};
 }
 
-// Arithmetic on places from outside must not overflow.
-std::int32_t Sum(std::int32_t a, std::int32_t b)
+// Places reach as far as sizes do, so that sums of them stay small.
+Point Corner(Point wished)
 {
-    const std::int64_t sum = std::int64_t{a} + b;
-    return static_cast<std::int32_t>(sum < INT32_MIN ? INT32_MIN : sum > INT32_MAX ? INT32_MAX : sum);
+    const auto within = [](std::int32_t n) {
+        return n < -longestSide ? -longestSide : n > longestSide ? longestSide : n;
+    };
+    return {within(wished.x), within(wished.y)};
 }
 
 constexpr Size frameSize{HeadlessDesktop::frameLeft + HeadlessDesktop::frameRight,
@@ -36,9 +38,10 @@ constexpr Size frameSize{HeadlessDesktop::frameLeft + HeadlessDesktop::frameRigh
 Rect LegalArea(const Rect& area, WindowKind kind)
 {
     if (kind != WindowKind::Framed)
-        return {area, Sides(area)};
-    const Size client = Sides({Sum(area.width, -frameSize.width), Sum(area.height, -frameSize.height)});
-    return {area, Size{client.width + frameSize.width, client.height + frameSize.height}};
+        return {Corner(area), Sides(area)};
+    const Size outer = Sides(area);
+    const Size client = Sides({outer.width - frameSize.width, outer.height - frameSize.height});
+    return {Corner(area), Size{client.width + frameSize.width, client.height + frameSize.height}};
 }
 
 void CopyTitle(char (&target)[512], const char* title)
@@ -135,7 +138,7 @@ HeadlessDesktop::Record* HeadlessDesktop::Add(const WindowRequest& request, bool
     CopyTitle(record.title, request.title);
 
     const Size client = Sides(request.client);
-    Point corner = request.corner;
+    Point corner = Corner(request.corner);
     if (!request.placed)
     {
         corner = request.kind == WindowKind::Framed ? Point{32 + 32 * cascade, 32 + 32 * cascade} : Point{0, 0};
@@ -281,8 +284,8 @@ Rect HeadlessDesktop::AreaOf(const Record& record) const noexcept
     if (record.parent)
     {
         const Rect within = ClientOf(*record.parent);
-        area.x = Sum(area.x, within.x);
-        area.y = Sum(area.y, within.y);
+        area.x += within.x;
+        area.y += within.y;
     }
     return area;
 }
@@ -292,8 +295,7 @@ Rect HeadlessDesktop::ClientOf(const Record& record) const noexcept
     const Rect area = AreaOf(record);
     if (record.kind != WindowKind::Framed)
         return area;
-    return {Sum(area.x, frameLeft), Sum(area.y, frameTop), area.width - frameSize.width,
-            area.height - frameSize.height};
+    return {area.x + frameLeft, area.y + frameTop, area.width - frameSize.width, area.height - frameSize.height};
 }
 
 bool HeadlessDesktop::Area(WindowHandle window, Rect& result) noexcept

@@ -164,7 +164,7 @@ bool FileFind::NextFile()
         {
             FilePath pattern = directory;
             pattern.AddPath(wildcard);
-            if (archive->Scan(searchHandle, *this, Inside(pattern), true, false))
+            if (archive->List(searchHandle, *this, Inside(pattern)))
             {
                 name.DelPath();
                 return true;

@@ -19,9 +19,14 @@ using namespace ArchiveFormat;
 namespace
 {
 
+bool IsSeparator(char c)
+{
+    return c == '/' || c == '\\';
+}
+
 const char* Inside(const char* name)
 {
-    return *name == '/' || *name == '\\' ? name + 1 : name;
+    return IsSeparator(*name) ? name + 1 : name;
 }
 
 bool ReadWhole(Platform::FileHandle file, std::uint64_t offset, void* dst, std::size_t size)
@@ -277,12 +282,16 @@ std::int32_t FileSubArchive::AcquireCursor()
     {
         if (!cursor.inUse)
         {
-            cursor = {nullptr, true};
+            cursor = {};
+            cursor.inUse = true;
             return index;
         }
         ++index;
     }
-    return cursors.Add(Cursor{nullptr, true}) ? index : -1;
+    Cursor* made = cursors.Add({});
+    if (made)
+        made->inUse = true;
+    return made ? index : -1;
 }
 
 std::int32_t FileSubArchive::CopyCursor(std::int32_t index)
@@ -292,7 +301,7 @@ std::int32_t FileSubArchive::CopyCursor(std::int32_t index)
     const Cursor* from = CursorAt(index);
     Cursor* to = CursorAt(copy);
     if (from && to)
-        to->last = from->last;
+        *to = *from;
     return copy;
 }
 
@@ -302,6 +311,28 @@ void FileSubArchive::ReleaseCursor(std::int32_t index)
     if (Cursor* cursor = CursorAt(index))
         cursor->inUse = false;
 }
+
+namespace
+{
+
+// Whether `pattern` matches the member, or names a folder that it lies in; `out` is what a search reports then.
+bool Report(const ArchiveDirectory::Record& record, const char* pattern, File::Entry& out)
+{
+    const char* folder = nullptr;
+    const char* name = record.entry.name;
+    const bool matches = File::Path::IsMatch(name, pattern, &folder);
+    if (!matches && (!folder || folder == name))
+        return false;
+    out = record.entry;
+    if (!matches)
+    {
+        out.attributes |= File::Entry::Directory | File::Entry::ReadOnly;
+        out.name.Del(static_cast<std::uint32_t>(folder - name), File::Path::capacity);
+    }
+    return true;
+}
+
+} // namespace
 
 bool FileSubArchive::Scan(std::int32_t index, File::Entry& out, const char* pattern, bool advance, bool exact)
 {
@@ -322,23 +353,56 @@ bool FileSubArchive::Scan(std::int32_t index, File::Entry& out, const char* patt
     const Record* before = cursor->last;
     while (const Record* record = directory.Next(before))
     {
-        const char* folder = nullptr;
-        const char* name = record->entry.name;
-        const bool matches = File::Path::IsMatch(name, pattern, &folder);
-        const bool below = !matches && folder && folder > name;
-        cursor->last = !matches && !below ? record : advance ? record : before;
+        const bool found = Report(*record, pattern, out);
+        if (!found || advance)
+            cursor->last = record;
+        if (found)
+            return true;
         before = record;
-        if (!matches && !below)
-            continue;
-        out = record->entry;
-        if (below)
-        {
-            out.attributes |= File::Entry::Directory | File::Entry::ReadOnly;
-            out.name.Del(static_cast<std::uint32_t>(folder - name), File::Path::capacity);
-        }
-        return true;
     }
     return false;
+}
+
+bool FileSubArchive::List(std::int32_t index, File::Entry& out, const char* pattern)
+{
+    Platform::LockGuard guard(archiveLock);
+    Cursor* cursor = CursorAt(index);
+    if (!cursor || !cursor->inUse || !archiveHandle.IsOpen())
+        return false;
+    std::size_t length = std::strlen(pattern);
+    while (length > 0 && !IsSeparator(pattern[length - 1]))
+        --length;
+    while (folders.IsWhole())
+    {
+        const ArchiveFolders::Folder* folder = folders.Find(pattern, length);
+        const ArchiveFolders::Child* child = folder ? folder->first : nullptr;
+        if (folder && folder == cursor->folder && cursor->child->record == cursor->last)
+            child = cursor->child->next;
+        else
+            while (child && cursor->last && child->record->dataOffset <= cursor->last->dataOffset)
+                child = child->next;
+        for (; child; child = child->next)
+        {
+            cursor->last = child->record;
+            cursor->folder = folder;
+            cursor->child = child;
+            if (Report(*child->record, pattern, out))
+                return true;
+        }
+        if (!IndexNext())
+            return false;
+    }
+    // No memory for the folders: the whole archive is looked at.
+    return Scan(index, out, pattern, true, false);
+}
+
+// Enters one more member into the folders; false if there is none.
+bool FileSubArchive::IndexNext()
+{
+    const Record* more = directory.Next(folders.Last());
+    if (more)
+        folders.Enter(*more);
+    return more != nullptr;
 }
 
 } // namespace Zem

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Bedrock/files/ArchiveDirectory.h>
+#include <Bedrock/files/ArchiveFolders.h>
 #include <Bedrock/files/FileSub.h>
 #include <Bedrock/platform/Lock.h>
 
@@ -49,6 +50,9 @@ public:
     /// `exact` the member of that very name, wherever the cursor stands. With `advance` the cursor moves behind the
     /// member. False at the end, and for a cursor that is free or none.
     bool Scan(std::int32_t index, File::Entry& out, const char* pattern, bool advance, bool exact);
+    /// The next name from the cursor on that a search for `pattern` delivers: as `Scan` moving on does, but a folder once
+    /// only, and at the cost of the names in the folder that the pattern names. That may not hold wildcards.
+    bool List(std::int32_t index, File::Entry& out, const char* pattern);
 
 private:
     using Record = ArchiveDirectory::Record;
@@ -56,6 +60,8 @@ private:
     struct Cursor
     {
         const Record* last = nullptr; // looked at last; null: none yet
+        const ArchiveFolders::Folder* folder = nullptr;
+        const ArchiveFolders::Child* child = nullptr; // of that folder, where `last` is
         bool inUse = false;
     };
 
@@ -70,6 +76,7 @@ private:
     void CreateNew();
     void Prefetch(File& file, const Record& record, std::uint32_t block, bool fetched);
     Cursor* CursorAt(std::int32_t index);
+    bool IndexNext();
 
     // ArchiveWrite.cpp
     void Append(File& file, Platform::FileHandle stored);
@@ -78,6 +85,7 @@ private:
                      File::Entry& entry);
 
     ArchiveDirectory directory;
+    ArchiveFolders folders; // of the members known, as far as searches needed it
     DynamicArray<Cursor, 4> cursors;
     File::Path archivePath;
     Platform::FileHandle archiveHandle; // not open: the archive is not usable

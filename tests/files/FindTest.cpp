@@ -282,3 +282,167 @@ TEST(Find, TreeKeepsNamesSorted)
         }
     }
 }
+
+// Random trees of folders, archives and links, and searches in them, against a model of the merged view.
+TEST(Find, MatchesAModelOfTheMergedView)
+{
+    auto random = Random(370);
+    const auto pick = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+    const auto anyCase = [&](std::string text)
+    {
+        for (char& c : text)
+            c = static_cast<char>(pick(3)                                       ? c
+                                  : std::islower(static_cast<unsigned char>(c)) ? std::toupper(c)
+                                                                                : std::tolower(c));
+        return text;
+    };
+    const auto anyName = [&]
+    {
+        static const char* const folders[] = {"", "", "d1/", "d2/", "d1/e.x/"};
+        static const char* const kinds[] = {"", ".txt", ".tga", ".tar.gz"};
+        return anyCase(folders[pick(5)]) + anyCase("f" + std::to_string(pick(6)) + kinds[pick(4)]);
+    };
+    struct Location
+    {
+        bool archive;
+        std::string path;
+        Names members; // of an archive, in its order
+    };
+    struct Found
+    {
+        std::string name;
+        bool folder;
+        std::uint64_t size;
+        bool operator==(const Found&) const = default;
+    };
+    // What one location has in `folder`, as a search visits it.
+    const auto listed = [](const Location& location, const std::string& folder, const std::string& wildcard)
+    {
+        std::vector<Found> found;
+        if (location.archive)
+        {
+            for (const auto& member : location.members)
+            {
+                if (strncasecmp(member.c_str(), folder.c_str(), folder.size()) != 0)
+                    continue;
+                const std::string rest = member.substr(folder.size());
+                const std::size_t slash = rest.find('/');
+                const char* subdir = nullptr;
+                if (File::Path::IsMatch(rest.c_str(), wildcard.c_str(), &subdir))
+                    found.push_back({rest, false, member.size()});
+                else if (subdir == rest.c_str() + slash)
+                    found.push_back({rest.substr(0, slash), true, member.size()});
+            }
+            return found;
+        }
+        std::filesystem::path at = location.path;
+        for (const auto& level : std::filesystem::path(folder.substr(0, folder.empty() ? 0 : folder.size() - 1)))
+        {
+            std::string best;
+            for (const auto& entry : std::filesystem::directory_iterator(at))
+            {
+                const std::string name = entry.path().filename();
+                if (strcasecmp(name.c_str(), level.c_str()) == 0 && best != level &&
+                    (best.empty() || name == level || name < best))
+                    best = name;
+            }
+            if (best.empty() || !std::filesystem::is_directory(at / best))
+                return found;
+            at /= best;
+        }
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(at))
+            names.insert(entry.path().filename());
+        Names ordered{".", ".."};
+        ordered.insert(ordered.end(), names.begin(), names.end());
+        for (const auto& name : ordered)
+            if (const bool isFolder = std::filesystem::is_directory(at / name);
+                File::Path::IsMatch(name.c_str(), wildcard.c_str()))
+                found.push_back({name, isFolder, isFolder ? 0 : std::filesystem::file_size(at / name)});
+        return found;
+    };
+
+    for (int round = 0; round < 25; ++round)
+    {
+        SCOPED_TRACE(round);
+        const Directory directory;
+        const std::string words[] = {"fa", "fb", "fc"};
+        std::map<std::string, std::vector<Location>> chains; // newest first
+        std::map<std::string, Names> links;
+        int serial = 0;
+        for (const auto& word : words)
+            for (std::size_t n = pick(4); n-- > 0;)
+            {
+                Location location{pick(2) == 0, "l" + std::to_string(serial++), {}};
+                std::set<std::string> folded; // an archive keeps the first of a name
+                for (std::size_t files = pick(12); files-- > 0;)
+                {
+                    const std::string name = anyName();
+                    if (!location.archive)
+                        Put(location.path + "/" + name, name + "+");
+                    else if (folded.insert(Lower(name)).second)
+                        location.members.push_back(name);
+                }
+                if (location.archive)
+                    PutArchive(location.path, location.members);
+                else
+                {
+                    std::filesystem::create_directories(location.path);
+                    location.path += "/";
+                }
+                File::Subst(word.c_str(), location.path.c_str(), false);
+                chains[word].insert(chains[word].begin(), location);
+            }
+        for (const auto& [from, to] : {std::pair("fa", "fb"), std::pair("fb", "fc"), std::pair("fa", "fc")})
+            if (pick(2) && chains.count(from) && chains.count(to))
+            {
+                File::SubstLink(from, to);
+                links[from].push_back(to);
+            }
+        const std::function<void(const std::string&, std::vector<const Location*>&)> walk =
+            [&](const std::string& word, std::vector<const Location*>& to)
+        {
+            for (const auto& location : chains[word])
+                to.push_back(&location);
+            for (const auto& link : links[word])
+                walk(link, to);
+        };
+        for (int search = 0; search < 40; ++search)
+        {
+            static const char* const folders[] = {"", "", "d1/", "d1/e.x/", "d2/", "none/", "f1.txt/"};
+            static const char* const wildcards[] = {"*",  "*.*",    "*.",   "f*", "*.txt;*.tga", "?1*",
+                                                    "d*", "f2.tga", "*;f1", "",   "e?x",         "f?.t*;d?"};
+            const std::string& word = words[pick(3)];
+            const std::string folder = anyCase(folders[pick(7)]);
+            const std::string wildcard = anyCase(wildcards[pick(12)]);
+            if (!chains.count(word) || (wildcard.empty() && !folder.empty()))
+                continue;
+            std::vector<const Location*> order;
+            walk(word, order);
+            std::vector<Found> expected;
+            std::set<std::string> seen;
+            for (auto location = order.rbegin(); location != order.rend(); ++location)
+                for (const auto& found : listed(**location, folder, wildcard))
+                    if (seen.insert(Lower(found.name)).second)
+                        expected.push_back(found);
+            std::string pattern = word + ":" + folder + wildcard;
+            if (pick(4) == 0)
+                std::replace(pattern.begin(), pattern.end(), '/', '\\');
+            std::vector<Found> got;
+            FileFind found;
+            for (bool more = found.Open(pattern.c_str()); more; more = found.Next())
+                got.push_back({found.name.Text(), found.IsDir(), found.size});
+            ASSERT_EQ(got.size(), expected.size()) << pattern;
+            for (std::size_t i = 0; i < got.size(); ++i)
+                ASSERT_EQ(got[i], expected[i]) << pattern << " " << got[i].name << " " << expected[i].name;
+            std::string dump = "\n";
+            int number = 0;
+            for (const auto& name : seen)
+                dump += std::to_string(number++) + ". " + name + "\n";
+            ASSERT_EQ(Dumped(found), dump);
+        }
+        for (const auto& word : words)
+            if (chains.count(word))
+                File::Subst(word.c_str(), nullptr, false);
+    }
+}

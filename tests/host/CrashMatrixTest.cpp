@@ -128,13 +128,14 @@ std::string Shorten(const std::string& trace)
         while (hooks < line.size() && (line[hooks] == '1' || line[hooks] == '2'))
             ++hooks;
         const std::string rest = line.substr(hooks);
-        if (rest.empty() || rest[0] == '=' || rest.find(report) == 0 || rest.find("Fatal Error: ") == 0)
+        const bool isResult = rest.size() > 1 && rest[0] == '=' && rest[1] != '=';
+        if (rest.empty() || isResult || rest.find(report) == 0 || rest.find("Fatal Error: ") == 0)
             shortened += line.substr(0, hooks);
         if (rest.find(report) == 0)
             shortened += 'D';
         else if (rest.find(sorry) != std::string::npos)
             shortened += 'M';
-        else if (!rest.empty() && rest[0] == '=')
+        else if (isResult)
             shortened += rest;
         line.clear();
     }

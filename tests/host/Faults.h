@@ -29,8 +29,33 @@
 #define TEST_TSAN 0
 #endif
 
+#if TEST_ASAN
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace Test
 {
+
+/// What is allocated while it lives may leak: frames that a fault drops do not free what they have.
+struct LeakAllowed
+{
+#if TEST_ASAN
+    LeakAllowed()
+    {
+        __lsan_disable();
+    }
+    ~LeakAllowed()
+    {
+        __lsan_enable();
+    }
+#else
+    LeakAllowed()
+    {
+    }
+#endif
+    LeakAllowed(const LeakAllowed&) = delete;
+    LeakAllowed& operator=(const LeakAllowed&) = delete;
+};
 
 [[gnu::noinline]] inline void WriteAt(std::uintptr_t address)
 {

@@ -239,7 +239,7 @@ TEST(HardwareException, BreaksOnTheWay)
     EXPECT_NE(description.find(" 00001234 - 00001234(+0) Unknown\r\n" + sorry), std::string::npos);
     EXPECT_EQ(description.substr(description.size() - sorry.size()), sorry);
 
-    const HardwareException none(nullptr);
+    const HardwareException none(reinterpret_cast<void*>(std::uintptr_t{0x1000})); // nothing is there
     EXPECT_EQ(none.Description(), sorry);
     EXPECT_STREQ(none.Reason(), "");
 }

@@ -62,7 +62,7 @@ void Print(char (&buffer)[N], const char* format, ...)
 }
 
 // Any place of any stack, on which the sanitizers have views of their own.
-[[gnu::noinline, gnu::no_sanitize("address", "undefined", "thread")]] std::uintptr_t WordAt(std::uintptr_t address)
+__attribute__((noinline, no_sanitize("address", "undefined", "thread"))) std::uintptr_t WordAt(std::uintptr_t address)
 {
     return *reinterpret_cast<const volatile std::uintptr_t*>(address);
 }

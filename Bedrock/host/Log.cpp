@@ -29,8 +29,6 @@ constexpr const char* levelNames[levelCount] = {"None", "Err", "Warn", "Diag", "
 
 constexpr char banner[] = "Zem v???.?? Build 1.3.????? on Oct 17 2002 at 02:00:50.\r\n\r\n";
 
-constexpr std::size_t longestPrefix = 64; // with the largest minutes and seconds that a float can hold as an int
-
 // -------------------------------------------------------------------------------------------------- the file
 // `logFile` may be set and cleared by any thread; what it points at is used, and deleted, under `lock` alone.
 

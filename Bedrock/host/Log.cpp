@@ -495,6 +495,23 @@ void Log::Done()
         Close("End.\r\n");
 }
 
+void Log::ForgetClientsForTest() noexcept
+{
+    const Platform::LockGuard guard(listLock);
+    for (LogClient*& bucket : index)
+        for (LogClient** link = &bucket; *link;)
+        {
+            LogClient* const client = *link;
+            if (client->listed)
+            {
+                link = &client->chain;
+                continue;
+            }
+            *link = client->chain;
+            delete client;
+        }
+}
+
 // The end of the library. Nobody is there to be told of a failure.
 void Log::End() noexcept
 {

@@ -6,8 +6,17 @@
 #include <cstdio>
 #include <cstring>
 
-int main()
+// With an argument: a failure that nobody catches, which starts the dialog of the installed tree.
+static int Fail(void*)
 {
+    throw Zem::Exception("consumer", 1, "on purpose");
+}
+
+int main(int argc, char**)
+{
+    if (argc > 1)
+        return Zem::ExceptionHandler::Main(Fail, nullptr);
+
     const char text[] = "served out of an archive";
     Zem::File::Unlink("consumer.arc");
     Zem::File::Subst("data", "consumer.arc", true);

@@ -4,6 +4,7 @@ import os
 import re
 import shutil
 import subprocess
+import tempfile
 import time
 
 NEEDED = ('Xvfb', 'openbox', 'xdotool', 'xprop', 'xwininfo', 'wmctrl', 'import')
@@ -41,9 +42,12 @@ class Screen:
         self.environment.pop('BEDROCK_REPORT', None)
         self.manager = None
         if managed:
-            self.manager = subprocess.Popen(['openbox'], env=self.environment, stdout=subprocess.DEVNULL,
-                                            stderr=subprocess.DEVNULL)
-            wait_until(lambda: 'window id' in self.run('xprop', '-root', '_NET_SUPPORTING_WM_CHECK'), 'openbox starts')
+            # A window that is shown while the manager still starts can be lost: it tells when it has.
+            with tempfile.TemporaryDirectory() as folder:
+                started = os.path.join(folder, 'started')
+                self.manager = subprocess.Popen(['openbox', '--startup', 'touch ' + started], env=self.environment,
+                                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                wait_until(lambda: os.path.exists(started), 'openbox starts')
 
     def close(self):
         for process in (self.manager, self.server):

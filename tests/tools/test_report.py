@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
 """Drives the built `bedrock-report` as a user does, on displays of its own, by clicks and keys.
 
-    test_report.py BEDROCK-REPORT [unittest arguments]
+    test_report.py BEDROCK-REPORT FAILURES [unittest arguments]
+
+FAILURES is the built example of that name, "" if there is none.
 """
 import os
+import signal
 import subprocess
 import sys
 import tempfile
@@ -13,6 +16,7 @@ import unittest
 import screen
 
 REPORT = os.path.abspath(sys.argv[1])
+FAILURES = os.path.abspath(sys.argv[2]) if sys.argv[2] else ''
 TEXT = 'Class: File\n\nReason: Read() File is not open\n\nNo call stack available\n'
 LONG = ''.join(f'Line {i}\n' for i in range(200)) + 'wide ' * 300 + '\n'
 BACKGROUND = bytes([240, 240, 240])
@@ -337,8 +341,58 @@ class Hostile(OnScreen):
         self.assertIn('the display is gone', dialog.errors)
 
 
+@unittest.skipUnless(FAILURES, 'the examples are not built')
+class Road(OnScreen):
+    """From a failure in a program to its end, by the dialog that the library finds and starts."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def fail(self, kind, key):
+        """The report that the dialog shows, and the program's output and exit code behind the answer by `key`."""
+        program = subprocess.Popen([FAILURES, kind], env=self.screen.environment, cwd=self.folder,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.addCleanup(program.kill)
+        window = screen.wait_until(lambda: self.screen.find('Fatal Error'), 'the dialog')[0]
+        screen.wait_until(lambda: self.screen.focus() == window, 'the dialog has the focus')
+        self.screen.key('ctrl+c')
+        report = screen.wait_until(lambda: self.screen.paste(), 'the report is on the clipboard')
+        self.assertIsNone(program.poll())
+        self.screen.key(key)
+        output, _ = program.communicate(timeout=30)
+        screen.wait_until(lambda: not self.screen.find('Fatal Error'), 'the dialog is gone')
+        return report.splitlines(), output, program.returncode
+
+    def test_exception(self):
+        for key in ('Return', 'Escape'):
+            report, output, code = self.fail('file', key)
+            self.assertEqual(report[0], 'File: File')
+            self.assertRegex(report[1], r'^Line: \d+$')
+            self.assertEqual(report[2:], ['Class: File', 'Reason: Read() File is not open', 'No call stack available'])
+            self.assertEqual((output, code), ('emergency: the game is saved\nMain gave 0\n', 0))
+
+    def test_assertion(self):
+        report, output, code = self.fail('assertion', 'Return')
+        self.assertRegex('\n'.join(report), r'^File: .*failures\.cpp\nLine: \d+\nClass: Assertion\n'
+                                            r'Reason: lives >= 0\nthe player has -1 lives$')
+        self.assertEqual((output, code), ('it went on\nMain gave 7\n', 0))
+        _, output, code = self.fail('assertion', 'Escape')
+        self.assertEqual((output, code), ('emergency: the game is saved\nMain gave 0\n', 0))
+
+    def test_fault(self):
+        report, output, code = self.fail('fault', 'Escape')
+        self.assertEqual(report[:4], ['Class: Hardware', 'Reason: Access Violation', ' ', report[3]])
+        self.assertRegex(report[3], r'^Exception @ [0-9A-F]{8,16} in .*failures$')
+        self.assertIn('Call Stack:', report)
+        self.assertEqual((output, code), ('emergency: the game is saved\nMain gave 0\n', 0))
+        _, output, code = self.fail('fault', 'Return')
+        self.assertEqual((output, code), ('emergency: the game is saved\n', -signal.SIGSEGV))
+
+
 if __name__ == '__main__':
     if screen.missing():
         print('SKIPPED: these programs are missing:', *screen.missing())
         sys.exit(77)
-    unittest.main(argv=[sys.argv[0], *sys.argv[2:]])
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

@@ -7,8 +7,18 @@
 //
 // Members have 1 to 16 KiB, 8 KiB on average; the number of members is the argument. Both sides deliver into one buffer,
 // of which a byte is consumed; files come from the page cache.
+//
+// With up to 10,000 files of this machine's /usr/include and /usr/share, each at most 64 KiB:
+//
+// Archive/real mount-read     a fresh mount, then every member is opened, read whole and closed
+// Archive/real mount-list     a fresh mount, then every folder is listed, with sizes; libzip, which knows no folders, goes
+//                             through its list
+// Archive/real find           the names in the fullest folder that match a pattern, with sizes; libzip matches all names
+
+#include "ArchiveCorpus.h"
 
 #include <Bedrock/files/File.h>
+#include <Bedrock/files/FileFind.h>
 #include <Bedrock/memory/PString.h>
 
 #include <benchmark/benchmark.h>
@@ -18,9 +28,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fnmatch.h>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -53,117 +66,86 @@ struct Corpus
     std::vector<std::string> shuffled;
 };
 
-void Put(std::vector<char>& to, std::uint64_t value, int bytes)
-{
-    for (int i = 0; i < bytes; ++i)
-        to.push_back(static_cast<char>(value >> 8 * i));
-}
-
-// Written here for both formats, so that neither side's writer has a say.
 const Corpus& CorpusOf(int members)
 {
-    static std::vector<std::unique_ptr<Corpus>> made;
-    for (const auto& corpus : made)
-        if (static_cast<int>(corpus->names.size()) == members)
-            return *corpus;
-    auto corpus = std::make_unique<Corpus>();
-    const auto folder = std::filesystem::temp_directory_path();
-    const std::string stem = (folder / ("bedrock-bench-" + std::to_string(getpid()) + "-")).string();
-    corpus->archive = stem + std::to_string(members) + ".arc";
-    corpus->zip = stem + std::to_string(members) + ".zip";
+    static std::map<int, Corpus> made;
+    Corpus& corpus = made[members];
+    if (!corpus.names.empty())
+        return corpus;
     std::mt19937 random(7);
-    std::ofstream arc(corpus->archive, std::ios::binary);
-    std::ofstream zip(corpus->zip, std::ios::binary);
-    arc.write("ARCHINFO\x20\0\0\0"
-              "0CRA\x01\xF1\0\0",
-              20);
-    arc.write(std::string(24, '\0').data(), 24);
-    std::vector<char> central;
-    std::uint32_t crcTable[256];
-    for (std::uint32_t i = 0; i < 256; ++i)
-    {
-        std::uint32_t c = i;
-        for (int bit = 0; bit < 8; ++bit)
-            c = c & 1 ? c >> 1 ^ 0xEDB88320 : c >> 1;
-        crcTable[i] = c;
-    }
-    std::uint64_t zipAt = 0;
+    Bench::CorpusWriter writer(std::to_string(members));
     for (int i = 0; i < members; ++i)
     {
-        const std::string name = NameOf(i);
-        corpus->names.push_back(name);
+        corpus.names.push_back(NameOf(i));
         std::vector<char> payload(1024 + random() % (15 * 1024));
         for (char& c : payload)
             c = static_cast<char>(random());
-        const auto size = static_cast<std::uint32_t>(payload.size());
-
-        std::vector<char> chunk;
-        chunk.insert(chunk.end(), {'F', 'I', 'L', ' '});
-        Put(chunk, 288 + size, 4);
-        chunk.insert(chunk.end(), name.begin(), name.end());
-        chunk.resize(8 + 260);
-        Put(chunk, size, 4);
-        chunk.resize(8 + 284);
-        Put(chunk, size, 4);
-        arc.write(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-        arc.write(payload.data(), size);
-
-        std::uint32_t crc = 0xFFFFFFFF;
-        for (const char c : payload)
-            crc = crcTable[(crc ^ static_cast<unsigned char>(c)) & 255] ^ crc >> 8;
-        crc = ~crc;
-        std::vector<char> fields; // what both headers share
-        Put(fields, 10, 2);
-        Put(fields, 0, 2);
-        Put(fields, 0, 2);
-        Put(fields, 0x21, 4);
-        Put(fields, crc, 4);
-        Put(fields, size, 4);
-        Put(fields, size, 4);
-        Put(fields, name.size(), 2);
-        Put(fields, 0, 2);
-        std::vector<char> local = {'P', 'K', 3, 4};
-        local.insert(local.end(), fields.begin(), fields.end());
-        local.insert(local.end(), name.begin(), name.end());
-        central.insert(central.end(), {'P', 'K', 1, 2, 20, 0});
-        central.insert(central.end(), fields.begin(), fields.end());
-        Put(central, 0, 10);
-        Put(central, zipAt, 4);
-        central.insert(central.end(), name.begin(), name.end());
-        zip.write(local.data(), static_cast<std::streamsize>(local.size()));
-        zip.write(payload.data(), size);
-        zipAt += local.size() + size;
+        writer.Add(corpus.names.back(), payload);
     }
-    const std::size_t centralSize = central.size();
-    central.insert(central.end(), {'P', 'K', 5, 6});
-    Put(central, 0, 4);
-    Put(central, static_cast<std::uint64_t>(members), 2);
-    Put(central, static_cast<std::uint64_t>(members), 2);
-    Put(central, centralSize, 4);
-    Put(central, zipAt, 4);
-    Put(central, 0, 2);
-    zip.write(central.data(), static_cast<std::streamsize>(central.size()));
-    arc.close();
-    zip.close();
-    if (!arc || !zip)
+    writer.Finish();
+    corpus.archive = writer.arcPath;
+    corpus.zip = writer.zipPath;
+    corpus.shuffled = corpus.names;
+    std::shuffle(corpus.shuffled.begin(), corpus.shuffled.end(), random);
+    return corpus;
+}
+
+// Files as they are: many small ones, in a deep tree with full and empty folders.
+struct RealCorpus : Corpus
+{
+    std::string fullest; // folder, with its separator
+    std::string wildcard;
+    std::size_t matching = 0;
+};
+
+const RealCorpus& TheRealCorpus()
+{
+    static const RealCorpus corpus = []
     {
-        std::fprintf(stderr, "cannot write the corpus\n");
-        std::exit(1);
-    }
-    corpus->shuffled = corpus->names;
-    std::shuffle(corpus->shuffled.begin(), corpus->shuffled.end(), random);
-    static std::vector<std::string> files; // deleted at exit
-    if (files.empty())
-        std::atexit(
-            []
+        namespace fs = std::filesystem;
+        RealCorpus made;
+        Bench::CorpusWriter writer("real");
+        std::map<std::string, std::map<std::string, std::size_t>> kinds; // names by folder and extension
+        std::set<std::string>
+            folded; // of names that differ in case alone, which an archive does not tell apart, one is taken
+        for (const char* root : {"/usr/include", "/usr/share"})
+        {
+            std::vector<fs::path> paths;
+            for (const auto& entry :
+                 fs::recursive_directory_iterator(root, fs::directory_options::skip_permission_denied))
+                if (!entry.is_symlink() && entry.is_regular_file() && entry.file_size() <= 64 * 1024)
+                    paths.push_back(entry.path());
+            std::sort(paths.begin(), paths.end());
+            for (const auto& path : paths)
             {
-                for (const auto& file : files)
-                    std::remove(file.c_str());
-            });
-    files.push_back(corpus->archive);
-    files.push_back(corpus->zip);
-    made.push_back(std::move(corpus));
-    return *made.back();
+                const std::string name = path.string().substr(5);
+                std::ifstream in(path, std::ios::binary);
+                const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
+                std::string lower = name;
+                for (char& c : lower)
+                    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+                if (made.names.size() == 10000 || name.size() >= File::Path::capacity || !in ||
+                    !folded.insert(lower).second)
+                    continue;
+                writer.Add(name, bytes);
+                made.names.push_back(name);
+                ++kinds[name.substr(0, name.rfind('/') + 1)][path.extension().string()];
+            }
+        }
+        writer.Finish();
+        made.archive = writer.arcPath;
+        made.zip = writer.zipPath;
+        for (const auto& [folder, extensions] : kinds)
+            for (const auto& [extension, count] : extensions)
+                if (!extension.empty() && count > made.matching)
+                {
+                    made.fullest = folder;
+                    made.wildcard = "*" + extension;
+                    made.matching = count;
+                }
+        return made;
+    }();
+    return corpus;
 }
 
 char buffer[64 * 1024];
@@ -171,7 +153,7 @@ char buffer[64 * 1024];
 void Check(benchmark::State& state, bool good)
 {
     if (!good)
-        state.SkipWithError("a member could not be read");
+        state.SkipWithError("not every member could be read or found");
 }
 
 // --------------------------------------------------------------------------------------------------------- Bedrock
@@ -187,7 +169,7 @@ struct BedrockSide
         if (!file.Open(path.c_str(), File::ModeRead))
             return false;
         const std::uint32_t size = file.Size();
-        const bool whole = file.Read(buffer, size, 1) == size;
+        const bool whole = size == 0 || file.Read(buffer, size, 1) == size;
         file.Close();
         return whole;
     }
@@ -198,6 +180,37 @@ struct BedrockSide
             return false;
         file.Close();
         return true;
+    }
+
+    // Names and their sizes in a folder and all those below it.
+    static std::size_t ListTree(const std::string& folder, std::uint64_t& bytes)
+    {
+        std::size_t files = 0;
+        std::vector<std::string> below;
+        File::Find found;
+        for (bool more = found.Open(("bench:" + folder + "*").c_str()); more; more = found.Next())
+            if (found.IsDir())
+                below.push_back(folder + found.name.Text() + "/");
+            else
+            {
+                ++files;
+                bytes += found.size;
+            }
+        for (const auto& each : below)
+            files += ListTree(each, bytes);
+        return files;
+    }
+    std::size_t List(std::uint64_t& bytes) { return ListTree("", bytes); }
+    std::size_t Find(const std::string& folder, const std::string& wildcard, std::uint64_t& bytes)
+    {
+        std::size_t files = 0;
+        File::Find found;
+        for (bool more = found.Open(("bench:" + folder + wildcard).c_str()); more; more = found.Next())
+        {
+            ++files;
+            bytes += found.size;
+        }
+        return files;
     }
 
     std::string path = "bench:";
@@ -234,6 +247,43 @@ struct PhysFSSide
         PHYSFS_close(file);
         return true;
     }
+    static std::size_t ListTree(const std::string& folder, std::uint64_t& bytes)
+    {
+        std::size_t files = 0;
+        char** const names = PHYSFS_enumerateFiles(folder.c_str());
+        for (char** name = names; *name; ++name)
+        {
+            const std::string full = folder.empty() ? *name : folder + "/" + *name;
+            PHYSFS_Stat about;
+            if (!PHYSFS_stat(full.c_str(), &about))
+                continue;
+            if (about.filetype == PHYSFS_FILETYPE_DIRECTORY)
+                files += ListTree(full, bytes);
+            else
+            {
+                ++files;
+                bytes += static_cast<std::uint64_t>(about.filesize);
+            }
+        }
+        PHYSFS_freeList(names);
+        return files;
+    }
+    std::size_t List(std::uint64_t& bytes) { return ListTree("", bytes); }
+    std::size_t Find(const std::string& folder, const std::string& wildcard, std::uint64_t& bytes)
+    {
+        std::size_t files = 0;
+        char** const names = PHYSFS_enumerateFiles(folder.substr(0, folder.size() - 1).c_str());
+        for (char** name = names; *name; ++name)
+        {
+            PHYSFS_Stat about;
+            if (fnmatch(wildcard.c_str(), *name, FNM_CASEFOLD) != 0 || !PHYSFS_stat((folder + *name).c_str(), &about))
+                continue;
+            ++files;
+            bytes += static_cast<std::uint64_t>(about.filesize);
+        }
+        PHYSFS_freeList(names);
+        return files;
+    }
 };
 #endif
 
@@ -256,6 +306,24 @@ struct LibzipSide
         zip_fclose(file);
         return whole;
     }
+    std::size_t Find(const std::string& folder, const std::string& wildcard, std::uint64_t& bytes)
+    {
+        std::size_t files = 0;
+        const std::string pattern = folder + wildcard;
+        const auto count = static_cast<zip_uint64_t>(zip_get_num_entries(zip, 0));
+        for (zip_uint64_t i = 0; i < count; ++i)
+        {
+            zip_stat_t about;
+            const char* const name = zip_get_name(zip, i, 0);
+            if ((!wildcard.empty() && fnmatch(pattern.c_str(), name, FNM_PATHNAME | FNM_CASEFOLD) != 0) ||
+                zip_stat_index(zip, i, 0, &about) != 0)
+                continue;
+            ++files;
+            bytes += about.size;
+        }
+        return files;
+    }
+    std::size_t List(std::uint64_t& bytes) { return Find("", "", bytes); }
     zip_t* zip;
 };
 #endif
@@ -315,6 +383,53 @@ void OpenSeen(benchmark::State& state)
     Check(state, good);
 }
 
+template <class Side>
+void RealRead(benchmark::State& state)
+{
+    const Corpus& corpus = TheRealCorpus();
+    bool good = true;
+    for (auto _ : state)
+    {
+        Side side(corpus);
+        for (const std::string& name : corpus.names)
+        {
+            good &= side.Read(name);
+            benchmark::DoNotOptimize(buffer[0]);
+        }
+    }
+    Check(state, good);
+}
+
+template <class Side>
+void RealList(benchmark::State& state)
+{
+    const Corpus& corpus = TheRealCorpus();
+    bool good = true;
+    for (auto _ : state)
+    {
+        Side side(corpus);
+        std::uint64_t bytes = 0;
+        good &= side.List(bytes) == corpus.names.size();
+        benchmark::DoNotOptimize(bytes);
+    }
+    Check(state, good);
+}
+
+template <class Side>
+void RealFind(benchmark::State& state)
+{
+    const RealCorpus& corpus = TheRealCorpus();
+    Side side(corpus);
+    bool good = true;
+    for (auto _ : state)
+    {
+        std::uint64_t bytes = 0;
+        good &= side.Find(corpus.fullest, corpus.wildcard, bytes) == corpus.matching;
+        benchmark::DoNotOptimize(bytes);
+    }
+    Check(state, good);
+}
+
 void Sizes(benchmark::internal::Benchmark* made)
 {
     made->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
@@ -327,6 +442,14 @@ void RegisterReading(const std::string& who)
                                        [](benchmark::State& state) { ReadAll<Side>(state, &Corpus::names); }));
     Sizes(benchmark::RegisterBenchmark(("Archive/shuffled/" + who).c_str(),
                                        [](benchmark::State& state) { ReadAll<Side>(state, &Corpus::shuffled); }));
+    const auto real = [&](const char* work, void (*run)(benchmark::State&))
+    {
+        benchmark::RegisterBenchmark(("Archive/" + std::string(work) + "/" + who).c_str(), run)
+            ->Unit(benchmark::kMicrosecond);
+    };
+    real("real mount-read", RealRead<Side>);
+    real("real mount-list", RealList<Side>);
+    real("real find", RealFind<Side>);
 }
 
 // For libraries with a name space; libzip looks into one archive that the caller holds.

@@ -4,7 +4,6 @@
 #include "support/Child.h"
 #include "support/Support.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -375,12 +374,13 @@ TEST_F(ReportHelper, AnswersFromInsideTheBrokenHeap)
         []
         {
             signal(SIGABRT, [](int) { _exit(40 + static_cast<int>(Platform::ShowReport("From the heap\n", 14))); });
-            std::thread([] {}).join();               // a process of several threads takes the heap's lock
-            alarm(20);                               // a deadlock is a failure
-            volatile unsigned char* block = nullptr; // the highest, with nothing but the heap's rest behind it
+            std::thread([] {}).join();                        // a process of several threads takes the heap's lock
+            alarm(20);                                        // a deadlock is a failure
+            volatile unsigned char* volatile block = nullptr; // the last one has the heap's rest behind it
             for (int i = 0; i < 100; ++i)
-                block = std::max(block, static_cast<volatile unsigned char*>(malloc(100000)));
-            const std::size_t size = malloc_usable_size(const_cast<unsigned char*>(block));
+                block = static_cast<volatile unsigned char*>(malloc(100000));
+            const std::size_t size =
+                malloc_usable_size(const_cast<unsigned char*>(static_cast<volatile unsigned char*>(block)));
             for (std::size_t i = 0; i < sizeof(std::size_t); ++i)
                 block[size + i] = 0xFF; // the size of what is behind the block
             for (int i = 0; i < 10; ++i)

@@ -3,6 +3,7 @@
 
 #include <Bedrock/platform/Lock.h>
 #include <Bedrock/platform/posix/FaultFrame.h>
+#include <Bedrock/platform/posix/ThreadIdentity.h>
 
 #include <atomic>
 #include <cerrno>
@@ -208,10 +209,23 @@ void ReturnSignalStack(FaultThread& thread)
     thread.ownStack = nullptr;
 }
 
+// The system finds the first thread's stack by reading the whole map of the process: asked once. Guarded by installLock.
+constinit std::uintptr_t firstThread = 0;
+constinit std::uintptr_t firstLow = 0;
+
 void FindStack(FaultThread& thread)
 {
     thread.stackLow = 0;
     thread.guard = 0;
+    const std::uintptr_t self = ThreadIdentity();
+    {
+        const LockGuard guard(installLock);
+        if (firstThread == self)
+        {
+            thread.stackLow = firstLow;
+            return;
+        }
+    }
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0)
         return;
@@ -224,6 +238,12 @@ void FindStack(FaultThread& thread)
         thread.guard = guard;
     }
     pthread_attr_destroy(&attributes);
+    if (syscall(SYS_gettid) == getpid() && guard == 0)
+    {
+        const LockGuard hold(installLock);
+        firstThread = self;
+        firstLow = thread.stackLow;
+    }
 }
 
 } // namespace

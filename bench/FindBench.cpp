@@ -6,7 +6,8 @@
 //                              and its status, readdir calls fstatat once.
 // Find/one of ten of N names   the same with a pattern that a tenth of the names matches
 // Find/names only N names      the same as the first, but std::filesystem takes the names alone. Bedrock's result always
-//                              tells size, times and attributes, so it makes a call of the system for each file here
+//                              tells size, times and attributes, so it makes a call of the system for each file that
+//                              matches. Find/names only, one of ten of N names likewise
 // Find/folder N names          Bedrock lists the folder alone too, as std::filesystem does in the first
 //
 // Names come from the page cache. The folder's names are in random case and were made in random order.
@@ -158,6 +159,8 @@ const bool registered = []
         Add("one of ten of" + names, "readdir", count, all / 10, readdirs(true));
         Add("names only" + names, "Bedrock", count, all + all / 2, bedrock("both", "*.tga;*.mdl"));
         Add("names only" + names, "std::filesystem", count, all, filesystem(false, true));
+        Add("names only, one of ten of" + names, "Bedrock", count, (all + all / 2) / 10, bedrock("both", "*.tga"));
+        Add("names only, one of ten of" + names, "std::filesystem", count, all / 10, filesystem(true, true));
         Add("folder" + names, "Bedrock", count, all, bedrock("alone", "*.tga;*.mdl"));
         Add("folder" + names, "std::filesystem", count, all, filesystem(false, false));
         Add("folder" + names, "readdir", count, all, readdirs(false));

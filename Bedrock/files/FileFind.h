@@ -27,8 +27,7 @@ class FolderListing;
 ///
 /// The names of a folder on disk are those of the moment when it was its turn, "." and ".." first, then in the order of
 /// their bytes; one that is deleted meanwhile is passed over. Members of an archive come in the order in which they were
-/// added. An archive stores no folders: a member below the one listed shows as a read-only folder of the next level, and
-/// matches `*` but not `*.*`.
+/// added. An archive stores no folders: a member below the one listed shows as a read-only folder of the next level.
 ///
 /// Results never carry a folder. What the disk fails to deliver is where the names end; nothing is thrown for it. While
 /// a search in a substitute goes on, the substitute cannot be removed.

@@ -643,6 +643,24 @@ class Dumps(ToolTest):
         self.assertEqual(self.run_tool('chunk', 'dump', 'deep.krom').count('0x00000001'), 100001)
 
 
+class Guide(ToolTest):
+    def test_the_examples_of_the_guide_to_names(self):
+        """Every "$ " line of docs/files.md is run, in order; what it prints is what the guide shows."""
+        guide = os.path.join(os.path.dirname(os.path.abspath(__file__)), '../../docs/files.md')
+        shell = dict(os.environ, PATH=os.path.dirname(BEDROCK) + os.pathsep + os.environ['PATH'])
+        ran = 0
+        with open(guide, encoding='utf-8') as file:
+            blocks = file.read().split('```')[1::2]
+        for block in blocks:
+            for step in block.split('\n$ ')[1:]:
+                command, _, expected = step.partition('\n')
+                result = subprocess.run(command, shell=True, env=shell, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+                self.assertEqual(result.stdout, expected + ('\n' if expected and not expected.endswith('\n') else ''), command)
+                self.assertEqual(result.returncode, 0, command)
+                ran += 1
+        self.assertGreater(ran, 8)
+
+
 class Terminal(ToolTest):
     def test_a_bar_on_a_terminal_only_and_gone_in_the_end(self):
         self.write('in/a', self.random.randbytes(1 << 20) * 24)

@@ -123,6 +123,15 @@ struct PixelRows
     Size size;
 };
 
+/// Rows of pixels as in `PixelRows`, in memory of the desktop's.
+struct PictureMemory
+{
+    void* first; // null: none
+    std::ptrdiff_t pitch;
+    Size size;
+    std::uintptr_t number; // by which the desktop knows it
+};
+
 class Desktop
 {
 public:
@@ -213,10 +222,40 @@ public:
     /// first picture the client area is black.
     virtual bool Present(WindowHandle window, const PixelRows& picture, Point at) noexcept = 0;
 
+    /// Memory for a picture of one window that the desktop shows without a copy of its own. It is the desktop's, and lasts
+    /// until `ClosePicture`, or the desktop's end. False where there is no such memory: then `Present` is as good.
+    virtual bool OpenPicture(WindowHandle window, Size size, PictureMemory& result) noexcept;
+    virtual void ClosePicture(const PictureMemory& picture) noexcept;
+    /// Shows parts of the picture, which lie in it, at the same places of the client area. The rows may still be read when
+    /// it returns: they are not to be changed before `WaitPicture`.
+    virtual bool PresentPicture(WindowHandle window, const PictureMemory& picture, const Rect* parts,
+                                std::size_t count) noexcept;
+    virtual void WaitPicture(const PictureMemory& picture) noexcept;
+
 protected:
     constexpr Desktop() = default;
     ~Desktop() = default;
 };
+
+// Where a picture takes a copy anyway, there is no memory to open.
+
+inline bool Desktop::OpenPicture(WindowHandle, Size, PictureMemory&) noexcept
+{
+    return false;
+}
+
+inline void Desktop::ClosePicture(const PictureMemory&) noexcept
+{
+}
+
+inline bool Desktop::PresentPicture(WindowHandle, const PictureMemory&, const Rect*, std::size_t) noexcept
+{
+    return false;
+}
+
+inline void Desktop::WaitPicture(const PictureMemory&) noexcept
+{
+}
 
 /// The desktop of the process, opened by the first call: which one, BEDROCK_DESKTOP says (`x11`, `headless`, or `WxHxB`
 /// for a headless one of that size and bits); otherwise the first of the platform's list that can be opened. Null if the
@@ -236,6 +275,6 @@ Desktop* OpenHeadlessDesktop(const DesktopSize& size) noexcept;
 /// such desktop (no display is named, nobody serves it) or if `version` is not the `desktopVersion` it was built with.
 using OpenDesktopFunction = Desktop*(std::uint32_t version);
 inline constexpr char openDesktopSymbol[] = "BedrockOpenDesktop";
-inline constexpr std::uint32_t desktopVersion = 1;
+inline constexpr std::uint32_t desktopVersion = 2;
 
 } // namespace Zem::Platform

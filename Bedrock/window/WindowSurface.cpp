@@ -6,6 +6,21 @@
 namespace Zem
 {
 
+using Platform::Desktop;
+using Platform::OpenedDesktop;
+using Platform::PictureMemory;
+using Platform::WindowHandle;
+
+namespace
+{
+
+WindowHandle HandleOf(const Window& window)
+{
+    return {reinterpret_cast<std::uintptr_t>(window.GetHandle())};
+}
+
+} // namespace
+
 WindowSurface::WindowSurface(Window& shown) : window(shown)
 {
     window.RegisterWindowHook(&Hook, this); // without memory for it uncovered parts stay black until the next frame
@@ -14,14 +29,23 @@ WindowSurface::WindowSurface(Window& shown) : window(shown)
 WindowSurface::~WindowSurface()
 {
     window.ClearWindowHook(this);
+    Release();
+}
+
+// Gives back the pixels; a desktop that has gone took those that were its own along.
+void WindowSurface::Release()
+{
+    picture = Bitmap();
+    if (Desktop* const desktop = OpenedDesktop(); desktop && shared)
+        desktop->ClosePicture({shared, 0, Size{0, 0}, number});
+    shared = nullptr;
 }
 
 bool WindowSurface::Hook(void* surface, void* message, int&)
 {
     auto& self = *static_cast<WindowSurface*>(surface);
     const auto& told = *static_cast<const WindowMessage*>(message);
-    if (told.number == MessagePaint && told.window == reinterpret_cast<std::uintptr_t>(self.window.GetHandle()) &&
-        !self.fresh)
+    if (told.number == MessagePaint && told.window == HandleOf(self.window).value && !self.fresh)
         self.PresentAll();
     return false; // others may want to draw too
 }
@@ -29,47 +53,66 @@ bool WindowSurface::Hook(void* surface, void* message, int&)
 Bitmap* WindowSurface::Begin()
 {
     const Rect client = window.GetClientArea();
-    if (client.IsEmpty())
+    Desktop* const desktop = OpenedDesktop();
+    if (client.IsEmpty() || !desktop)
         return nullptr;
-    if (!picture.IsValid() || !(Size(picture) == Size(client)))
+    const WindowHandle handle = HandleOf(window);
+    if (picture.IsValid() && Size(picture) == Size(client) && shownIn == handle.value)
     {
-        fresh = true;
-        picture.Init(client, 0, Bitmap::XRGB32, nullptr, 0);
-        if (!picture.IsValid())
-            return nullptr;
-        picture.Clear();
+        if (shared)
+            desktop->WaitPicture({shared, 0, Size{0, 0}, number});
+        return &picture;
     }
+    Release();
+    fresh = true;
+    shownIn = handle.value;
+    PictureMemory memory;
+    if (desktop->OpenPicture(handle, client, memory))
+    {
+        shared = memory.first;
+        number = memory.number;
+        picture.Init(client, static_cast<int>(memory.pitch), Bitmap::XRGB32, static_cast<unsigned char*>(shared), 0);
+    }
+    else
+        picture.Init(client, 0, Bitmap::XRGB32, nullptr, 0);
+    if (!picture.IsValid())
+        return nullptr;
+    picture.Clear();
     return &picture;
 }
 
 bool WindowSurface::Present(const Rect* dirty, std::size_t count)
 {
-    if (fresh)
-        return PresentAll();
-    bool shown = picture.IsValid();
-    for (std::size_t i = 0; i < count; ++i)
-        shown = PresentPart(dirty[i]) && shown;
-    return shown;
+    return fresh ? PresentAll() : PresentParts(dirty, count);
 }
 
 bool WindowSurface::PresentAll()
 {
-    if (!PresentPart(picture))
+    const Rect all = picture;
+    if (!PresentParts(&all, 1))
         return false;
     fresh = false;
     return true;
 }
 
-bool WindowSurface::PresentPart(const Rect& rect)
+bool WindowSurface::PresentParts(const Rect* rects, std::size_t count)
 {
-    Platform::Desktop* const desktop = Platform::OpenedDesktop();
-    const Platform::WindowHandle handle{reinterpret_cast<std::uintptr_t>(window.GetHandle())};
-    if (!desktop || handle.value == 0 || !picture.IsValid())
+    Desktop* const desktop = OpenedDesktop();
+    const WindowHandle handle = HandleOf(window);
+    if (!desktop || !picture.IsValid() || handle.value != shownIn)
         return false;
-    const Rect part = rect.Intersect(Rect({0, 0}, picture));
-    if (part.IsEmpty())
-        return true;
-    return desktop->Present(handle, {picture.GetPtr(part), static_cast<std::int32_t>(picture.GetPitch()), part}, part);
+    const Rect all = picture;
+    const auto pitch = static_cast<std::int32_t>(picture.GetPitch());
+    if (shared)
+        return desktop->PresentPicture(handle, {shared, pitch, all, number}, rects, count);
+    bool shown = true;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const Rect part = rects[i].Intersect(all);
+        if (!part.IsEmpty())
+            shown = desktop->Present(handle, {picture.GetPtr(part), pitch, part}, part) && shown;
+    }
+    return shown;
 }
 
 } // namespace Zem

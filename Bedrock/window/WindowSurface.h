@@ -17,8 +17,9 @@ class Window;
 /// It is as large as the client area and keeps what was drawn, so that a frame draws only what is new, and shows only
 /// that. When a part of the window is uncovered, the surface shows it again by a hook of its own.
 ///
-/// - The window outlives the surface. What the application draws is seen after `Present`, not before.
-/// - Memory: one 32-bit bitmap, from `Alloc`; with X11 two more frames that are shared with a server on this machine.
+/// - The window outlives the surface. What the application draws is seen after `Present`; it draws only between `Begin`
+///   and `Present`, because the desktop may read the picture at other times.
+/// - Memory: one 32-bit bitmap, shared with an X server on this machine or from `Alloc`.
 /// - Threads: the window's.
 ///
 ///     WindowSurface surface(window);
@@ -52,22 +53,32 @@ public:
     template <class Rects>
     bool Present(const Rects& dirty)
     {
-        if (fresh)
-            return PresentAll();
-        bool shown = picture.IsValid();
+        Rect some[32];
+        std::size_t count = 0;
+        bool shown = true;
         for (const Rect& rect : dirty)
-            shown = PresentPart(rect) && shown;
-        return shown;
+        {
+            some[count++] = rect;
+            if (count < sizeof(some) / sizeof(*some))
+                continue;
+            shown = Present(some, count) && shown;
+            count = 0;
+        }
+        return Present(some, count) && shown;
     }
 
 private:
     static bool Hook(void* surface, void* message, int& result);
     bool PresentAll();
-    bool PresentPart(const Rect& rect);
+    bool PresentParts(const Rect* rects, std::size_t count);
+    void Release();
 
     Window& window;
     Bitmap picture;
-    bool fresh = true; // nothing of it was shown
+    void* shared = nullptr;     // the picture's pixels where they are the desktop's
+    std::uintptr_t number = 0;  // by which the desktop knows them
+    std::uintptr_t shownIn = 0; // the window that they belong to
+    bool fresh = true;          // nothing of it was shown
 };
 
 } // namespace Zem

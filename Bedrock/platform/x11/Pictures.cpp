@@ -88,6 +88,13 @@ Pictures::~Pictures()
 {
     for (Block& block : blocks)
         Release(block);
+    while (drawn)
+    {
+        Drawn* const gone = drawn;
+        drawn = gone->next;
+        Release(gone->block);
+        std::free(gone);
+    }
 }
 
 void Pictures::Release(Block& block)
@@ -108,6 +115,15 @@ void Pictures::Wait(Block& block)
     block.used = 0;
 }
 
+// The answer comes when the server has read what was shown before.
+void Pictures::Fence(Block& block)
+{
+    if (block.reading)
+        xcb_discard_reply(connection.xcb, block.fence.sequence);
+    block.fence = xcb_get_input_focus(connection.xcb);
+    block.reading = true;
+}
+
 // So many bytes of the current block; null if the server does not share memory.
 std::uint8_t* Pictures::Take(std::size_t size)
 {
@@ -115,10 +131,7 @@ std::uint8_t* Pictures::Take(std::size_t size)
     if (block->size - block->used < size)
     {
         if (block->segment)
-        {
-            block->fence = xcb_get_input_focus(connection.xcb);
-            block->reading = true;
-        }
+            Fence(*block);
         current ^= 1;
         block = &blocks[current];
         if (block->size >= size)
@@ -196,6 +209,79 @@ bool Pictures::Show(xcb_window_t window, xcb_gcontext_t gc, const PixelForm& for
     connection.Flush();
     return true;
 }
+
+// ------------------------------------------------------------------------------------------ Drawn in shared memory
+
+Pictures::Drawn* Pictures::Find(const PictureMemory& picture)
+{
+    Drawn* at = drawn;
+    while (at && (at->number != picture.number || at->block.memory != picture.first))
+        at = at->next;
+    return at;
+}
+
+bool Pictures::Open(const PixelForm& form, Size size, PictureMemory& result)
+{
+    if (!form.same || size.width < 1 || size.height < 1 || size.width > 32767 || size.height > 32767)
+        return false;
+    auto* const fresh = static_cast<Drawn*>(std::calloc(1, sizeof(Drawn)));
+    if (!fresh)
+        return false;
+    const std::size_t pitch = static_cast<std::size_t>(size.width) * 4;
+    if (!Share(fresh->block, pitch * static_cast<std::size_t>(size.height)))
+    {
+        std::free(fresh);
+        return false;
+    }
+    fresh->number = ++lastNumber;
+    fresh->next = drawn;
+    drawn = fresh;
+    result = {fresh->block.memory, static_cast<std::ptrdiff_t>(pitch), size, fresh->number};
+    return true;
+}
+
+void Pictures::Close(const PictureMemory& picture)
+{
+    Drawn* const gone = Find(picture);
+    if (!gone)
+        return;
+    Drawn** at = &drawn;
+    while (*at != gone)
+        at = &(*at)->next;
+    *at = gone->next;
+    Release(gone->block);
+    std::free(gone);
+}
+
+bool Pictures::Show(xcb_window_t window, xcb_gcontext_t gc, const PixelForm& form, const PictureMemory& picture,
+                    const Rect& bounds, const Rect* parts, std::size_t count)
+{
+    Drawn* const shown = Find(picture);
+    if (!shown || !form.same)
+        return false;
+    const auto u = [](std::int32_t value) { return static_cast<std::uint16_t>(value); };
+    const auto s = [](std::int32_t value) { return static_cast<std::int16_t>(value); };
+    const Rect all = Rect({0, 0}, picture.size).Intersect(bounds);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const Rect part = parts[i].Intersect(all);
+        if (!part.IsEmpty())
+            xcb_shm_put_image(connection.xcb, window, gc, u(picture.size.width), u(picture.size.height), u(part.x),
+                              u(part.y), u(part.width), u(part.height), s(part.x), s(part.y), form.depth,
+                              XCB_IMAGE_FORMAT_Z_PIXMAP, 0, shown->block.segment, 0);
+    }
+    Fence(shown->block);
+    connection.Flush();
+    return !connection.Lost();
+}
+
+void Pictures::Wait(const PictureMemory& picture)
+{
+    if (Drawn* const shown = Find(picture))
+        Wait(shown->block);
+}
+
+// ------------------------------------------------------------------------------------------------------------ Sent
 
 // Strips of rows, each a request of moderate size: a large one would hold up everything else on the connection.
 bool Pictures::Send(xcb_window_t window, xcb_gcontext_t gc, const PixelForm& form, const PixelRows& picture,

@@ -51,8 +51,12 @@ public:
     bool Show(xcb_window_t window, xcb_gcontext_t gc, const PixelForm& form, const PixelRows& picture, Point corner,
               const Rect& place);
 
-    /// Whether the last picture went through shared memory.
-    bool IsShared() const { return blocks[current].segment != 0; }
+    /// Pictures that the application draws in the shared memory itself, where the pixels are taken as they are.
+    bool Open(const PixelForm& form, Size size, PictureMemory& result);
+    void Close(const PictureMemory& picture);
+    bool Show(xcb_window_t window, xcb_gcontext_t gc, const PixelForm& form, const PictureMemory& picture,
+              const Rect& bounds, const Rect* parts, std::size_t count);
+    void Wait(const PictureMemory& picture);
 
 private:
     struct Block
@@ -63,6 +67,14 @@ private:
         bool reading;                       // the server may not have read it yet
         xcb_get_input_focus_cookie_t fence; // answered when it has
     };
+    struct Drawn
+    {
+        Drawn* next;
+        Block block;
+        std::uintptr_t number;
+    };
+    Drawn* Find(const PictureMemory& picture);
+    void Fence(Block& block);
     std::uint8_t* Take(std::size_t size);
     bool Share(Block& block, std::size_t size);
     void Release(Block& block);
@@ -73,6 +85,8 @@ private:
     Connection& connection;
     Block blocks[2] = {};
     unsigned current = 0;
+    Drawn* drawn = nullptr;
+    std::uintptr_t lastNumber = 0;
     bool refused = false; // the server does not share
 };
 

@@ -254,11 +254,12 @@ bool X11Desktop::ShowPointer(bool visible) noexcept
 
 // ------------------------------------------------------------------------------------------------------------ Pictures
 
-bool X11Desktop::Present(WindowHandle window, const PixelRows& picture, Point at) noexcept
+// An own window with what drawing needs; null if it is none, or has a palette.
+OwnWindow* X11Desktop::Canvas(WindowHandle window)
 {
     OwnWindow* const own = Find(window.value);
     if (!own || connection.Lost())
-        return false;
+        return nullptr;
     if (own->gc == 0)
     {
         own->form = PixelForm::Of(connection, own->id);
@@ -266,10 +267,39 @@ bool X11Desktop::Present(WindowHandle window, const PixelRows& picture, Point at
         const std::uint32_t noExposures = 0;
         xcb_create_gc(connection.xcb, own->gc, own->id, XCB_GC_GRAPHICS_EXPOSURES, &noExposures);
     }
-    if (own->form.depth == 0)
+    return own->form.depth ? own : nullptr;
+}
+
+bool X11Desktop::Present(WindowHandle window, const PixelRows& picture, Point at) noexcept
+{
+    OwnWindow* const own = Canvas(window);
+    if (!own)
         return false;
     const Rect place = Rect(at, picture.size).Intersect(Rect({0, 0}, own->client));
     return place.IsEmpty() || pictures.Show(own->id, own->gc, own->form, picture, at, place);
+}
+
+bool X11Desktop::OpenPicture(WindowHandle window, Size size, PictureMemory& result) noexcept
+{
+    const OwnWindow* const own = Canvas(window);
+    return own && pictures.Open(own->form, size, result);
+}
+
+void X11Desktop::ClosePicture(const PictureMemory& picture) noexcept
+{
+    pictures.Close(picture);
+}
+
+bool X11Desktop::PresentPicture(WindowHandle window, const PictureMemory& picture, const Rect* parts,
+                                std::size_t count) noexcept
+{
+    const OwnWindow* const own = Canvas(window);
+    return own && pictures.Show(own->id, own->gc, own->form, picture, Rect({0, 0}, own->client), parts, count);
+}
+
+void X11Desktop::WaitPicture(const PictureMemory& picture) noexcept
+{
+    pictures.Wait(picture);
 }
 
 } // namespace Zem::Platform::X11

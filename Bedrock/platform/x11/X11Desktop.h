@@ -96,12 +96,18 @@ public:
     bool ShowPointer(bool visible) noexcept override;
 
     bool Present(WindowHandle window, const PixelRows& picture, Point at) noexcept override;
+    bool OpenPicture(WindowHandle window, Size size, PictureMemory& result) noexcept override;
+    void ClosePicture(const PictureMemory& picture) noexcept override;
+    bool PresentPicture(WindowHandle window, const PictureMemory& picture, const Rect* parts,
+                        std::size_t count) noexcept override;
+    void WaitPicture(const PictureMemory& picture) noexcept override;
 
 private:
     X11Desktop();
     ~X11Desktop();
 
     OwnWindow* Find(std::uintptr_t window);
+    OwnWindow* Canvas(WindowHandle window);
     OwnWindow* ParentOf(const OwnWindow& own) { return own.parent ? Find(own.parent) : nullptr; }
     bool IsInside(const OwnWindow& own, const OwnWindow& ancestor);
     bool OnScreen(const OwnWindow& own);

@@ -5,6 +5,7 @@
 #include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/memory/AllocReport.h>
 #include <Bedrock/memory/PString.h>
+#include <Bedrock/memory/PStringCache.h>
 #include <Bedrock/memory/String.h>
 #include <Bedrock/platform/Lock.h>
 #include <Bedrock/threads/Thread.h>
@@ -213,6 +214,22 @@ TEST_F(ExceptionHandlerTest, LibraryWorksAfterFaults)
         }
     EXPECT_EQ(AllocReportScope::Used(), used); // reports use the arena and leave nothing in it
     EXPECT_EQ(Platform::HeldLocks(), 0u);
+}
+
+// A thread that is stopped in the middle of the string cache keeps it from nobody.
+TEST_F(ExceptionHandlerTest, StringCacheAfterAFaultWithin)
+{
+    const PString before("before");
+    const auto body = [](void*)
+    {
+        PStringCache::Lock();
+        ::Test::WriteAt(0);
+        return 1;
+    };
+    EXPECT_EQ(ExceptionHandler::Main(body, nullptr), 0);
+    std::thread([&] { EXPECT_EQ(PString("before"), before); }).join();
+    EXPECT_EQ(ExceptionHandler::Main([](void*) -> int { throw 1; }, nullptr), 0);
+    EXPECT_EQ(PString("before"), before);
 }
 
 TEST_F(ExceptionHandlerTest, ThreadsEndAndFailApart)

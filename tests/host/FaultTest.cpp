@@ -368,6 +368,68 @@ TEST(Fault, FilterThatFailsItself)
     EXPECT_EQ(seen, FaultIntegerDivide);
 }
 
+// Guards within a filter that trip do not make it ready to be asked anew.
+TEST(Fault, FilterThatFailsBehindAGuard)
+{
+    static int calls;
+    calls = 0;
+    int result = 0;
+    const auto inner = [](void*)
+    {
+        int within;
+        const auto bad = [](const Fault&) -> FaultAnswer
+        {
+            if (++calls > 5)
+                _exit(1);
+            CallGuarded([](void*) { ::Test::Illegal(); }, nullptr);
+            ::Test::Divide();
+            return FaultAnswer::Abandon;
+        };
+        CallProtected([](void*) { return Failed(::Test::Illegal); }, nullptr, bad, within);
+        return 1;
+    };
+    EXPECT_FALSE(CallProtected(inner, nullptr, Take, result));
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(seen, FaultIntegerDivide);
+    int state = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+    EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE);
+}
+
+// A cancelled thread ends at once in the middle of its body, but behind its report.
+TEST(Fault, CancelledWhileItReports)
+{
+    static std::atomic<int> steps;
+    steps = 0;
+    const auto filter = [](const Fault&)
+    {
+        steps = 1;
+        while (steps != 2)
+            usleep(100);
+        usleep(1000); // where a thread may be cancelled
+        steps = 3;
+        return FaultAnswer::Abandon;
+    };
+    static FaultAnswer (*const ask)(const Fault&) = filter;
+    pthread_t thread;
+    const auto run = [](void*) -> void*
+    {
+        int result;
+        CallProtected([](void*) { return Failed(::Test::Illegal); }, nullptr, ask, result);
+        pthread_testcancel();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, run, nullptr), 0);
+    while (steps != 1)
+        usleep(100);
+    pthread_cancel(thread);
+    steps = 2;
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(steps, 3);
+}
+
 // ---- what the abandoned code held
 
 TEST(Fault, LocksAreGivenBack)

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstring>
 #include <cxxabi.h>
+#include <pthread.h>
 
 // The two symbols that the assembler file needs, and the two that it defines.
 extern "C" __attribute__((visibility("hidden"))) int ZemProtectedCall(void (*body)(void*), void* frame);
@@ -124,11 +125,24 @@ void FaultFrame::Restore()
     globals.uncaught = static_cast<unsigned int>(uncaughtExceptions);
 }
 
+// A thread that somebody cancels ends behind the report, not amid it.
+FaultAnswer FaultFrame::Ask(const Fault& fault)
+{
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+    isAsking = true;
+    const FaultAnswer answer = filter(fault);
+    isAsking = false;
+    pthread_setcancelstate(cancelState, nullptr);
+    return answer;
+}
+
 void FaultFrame::Jump()
 {
+    // Filters that are given up too, since they failed: only the first of them has found cancellation as it was.
+    for (const FaultFrame* frame = frames.innermost; frame != this; frame = frame->outer)
+        if (frame->isAsking && frame->cancelState == PTHREAD_CANCEL_ENABLE)
+            pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     ReleaseHeldLocks(heldLocks);
-    for (FaultFrame* frame = this; frame; frame = frame->outer)
-        frame->isAsking = false;
     frames.innermost = this;
     siglongjmp(jump, 1);
 }
@@ -219,10 +233,7 @@ extern "C" _Unwind_Reason_Code ZemPersonality(int version, _Unwind_Action action
         DescribeThrow(fault, *thrown);
         if (!IsCpp(kind))
             fault.thrown = nullptr;
-        frame.isAsking = true;
-        const FaultAnswer answer = frame.filter(fault);
-        frame.isAsking = false;
-        if (answer == FaultAnswer::Abandon)
+        if (frame.Ask(fault) == FaultAnswer::Abandon)
             return _URC_HANDLER_FOUND;
         frame.hasDeclined = true;
         return _URC_CONTINUE_UNWIND;

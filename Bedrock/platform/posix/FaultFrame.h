@@ -28,6 +28,7 @@ struct FaultFrame
     FaultAnswer (*filter)(const Fault&); // null: a guarded call, which takes everything
     bool isAsking;                       // its filter runs
     bool hasDeclined;                    // its filter let a thrown object go on
+    int cancelState;                     // of the thread, while the filter runs
     std::uint32_t heldLocks;             // how many the thread held on entry
 
     // What a jump out of a handler does not restore by itself.
@@ -41,6 +42,8 @@ struct FaultFrame
 
     void Enter(FaultAnswer (*asked)(const Fault&));
     void Leave();
+    /// Calls the filter. What fails in it unguarded does not come back to it.
+    FaultAnswer Ask(const Fault& fault);
     /// After the jump, ahead of everything else.
     void Restore();
     /// Gives up what is within.

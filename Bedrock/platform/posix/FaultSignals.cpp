@@ -118,12 +118,9 @@ void OnSignal(int number, siginfo_t* info, void* data)
             // nobody wanted that and the process ends.
             if (frame->isAsking || (number == SIGABRT && frame->hasDeclined))
                 continue;
-            frame->isAsking = true;
-            if (frame->filter(fault) == FaultAnswer::Abandon)
+            if (frame->Ask(fault) == FaultAnswer::Abandon)
                 frame->Jump();
         }
-        for (frame = InnermostFrame(); frame; frame = frame->outer)
-            frame->isAsking = false;
     }
     PassOn(number, *info, context);
     errno = saved;

@@ -133,11 +133,9 @@ void MessageQueue::Translate(const Platform::DesktopMessage& message) noexcept
     const auto length = static_cast<std::uint32_t>(std::strlen(message.text));
     if (length > postedCapacity - state.count)
         return;
-    state.first -= length;
-    state.count += length;
     for (std::uint32_t i = 0; i < length; ++i)
-        Posted(i) = {message.message.window, number + (MessageChar - MessageKeyDown),
-                     static_cast<std::uint8_t>(message.text[i]), message.message.second};
+        Posted(state.count++) = {message.message.window, number + (MessageChar - MessageKeyDown),
+                                 static_cast<std::uint8_t>(message.text[i]), message.message.second};
 }
 
 int MessageQueue::Dispatch(const WindowMessage& message)

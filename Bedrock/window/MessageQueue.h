@@ -15,7 +15,7 @@ namespace Zem
 ///     Post ─► posted ──┐
 ///     desktop ─────────┼─► Peek ─► Translate ─► Dispatch ─► procedure ─► Default
 ///     quit ────────────┘             │
-///                     posted ◄───────┘ the characters that a key types, before all else
+///                     posted ◄───────┘ the characters that a key types
 ///
 /// There is one window class, whose procedure gets the messages of all windows. Threads: all of it belongs to the window's
 /// thread, but for the class, which a failing thread may unregister.
@@ -41,7 +41,7 @@ public:
     static bool Peek(Platform::DesktopMessage& result) noexcept;
     /// Sleeps until `Peek` may find something, or so many milliseconds have passed (0xFFFFFFFF: for ever).
     static void Wait(std::uint32_t milliseconds) noexcept;
-    /// Puts the text that a key types in front of the queue, one message for each byte.
+    /// Posts the text that a key types, one message for each byte. Nothing else waits there, as keys come from the desktop.
     static void Translate(const Platform::DesktopMessage& message) noexcept;
     static int Dispatch(const WindowMessage& message);
 

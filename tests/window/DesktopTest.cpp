@@ -107,6 +107,16 @@ TEST_P(OnDesktop, StacksAndFocusesWindowsByClicks)
     stage->MovePointer(both);
     EXPECT_THAT(Fetch({MessageMouseMove}), testing::Each(Told{below, MessageMouseMove, 0}));
 
+    if (stage->IsManaged())
+    {
+        stage->MovePointer({client.x + 10, client.y - 5}); // on the title, which is no business of the window's
+        stage->Button(3, true);
+        stage->Button(3, false);
+        EXPECT_THAT(Fetch({MessageMouseMove, MessageRightDown, MessageRightUp}), IsEmpty());
+        stage->Tap(keyEscape); // a manager's menu
+        Fetch({});
+    }
+
     // Without messages of what is gone, the other one has the keyboard back only if the desktop likes.
     stage->Tap(keyA);
     EXPECT_TRUE(desktop->DestroyWindow(below));

@@ -4,6 +4,7 @@
 
 #include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/platform/Debug.h>
+#include <Bedrock/platform/headless/HeadlessDesktop.h>
 
 #include <gmock/gmock.h>
 
@@ -267,12 +268,26 @@ TEST_F(Host, HandlesMessagesOfItsOwn)
     for (std::uintptr_t i = 0; i < 1024; ++i)
         ASSERT_EQ(posted[i].first, i);
 
-    // Quitting waits for what was posted, and forgoes what would be painted.
+    // Quitting waits for what was posted, and comes before what would be painted.
+    host.heard.clear();
+    static_cast<Platform::HeadlessDesktop*>(Platform::OpenDesktop())->UserExpose(host.Handle());
     MessageQueue::PostQuit();
     MessageQueue::Post({host.Handle().value, MessageUser + 101, 0, 0});
     EXPECT_FALSE(host.window.HandleMessages());
     EXPECT_TRUE(host.Has(MessageUser + 101));
+    EXPECT_FALSE(host.Has(MessagePaint));
     EXPECT_TRUE(host.window.HandleMessages());
+    EXPECT_EQ(host.Of({MessagePaint}).size(), 1u);
+
+    // What was posted to a window that is destroyed goes with it.
+    host.heard.clear();
+    MessageQueue::Post({host.Handle().value, MessageClose, 0, 0});
+    MessageQueue::Post({host.Handle().value, MessageUser + 102, 0, 0});
+    host.swallowed.clear();
+    EXPECT_FALSE(host.window.HandleMessages());
+    EXPECT_TRUE(host.Has(MessageDestroy));
+    EXPECT_FALSE(host.Has(MessageUser + 102));
+    EXPECT_FALSE(MessageQueue::Post({host.Handle().value, MessageUser, 0, 0}));
 }
 
 // With the window of another program as parent, that closes it.
@@ -346,10 +361,18 @@ TEST_F(Host, GivesTheClassBackWhenTheProgramFails)
         EXPECT_FALSE(second.Open("Test", nullptr));
         fail();
         EXPECT_TRUE(second.Open("Test", nullptr));
+        second.Close();
+        first.Close();
+        ASSERT_TRUE(MessageQueue::RegisterClass([](const WindowMessage&) { return 0; }, &first));
+        fail(); // a hook that were still there would give it back
+        EXPECT_FALSE(second.Open("Test", nullptr));
+        MessageQueue::UnregisterClass(&first);
+        second.Close();
+        EXPECT_TRUE(second.Open("Test", nullptr));
     }
     Window third(nullptr);
     EXPECT_FALSE(third.Open("Test", nullptr)) << "the first one's end is no business of the second's class";
-    fail(); // with no hook of the first one left, or it would be called with an object that is gone
+    fail();
     EXPECT_TRUE(third.Open("Test", nullptr));
     ExceptionHandler::SetAssertions(true);
 }

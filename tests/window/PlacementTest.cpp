@@ -90,7 +90,7 @@ TEST_P(OnStage, PutsTheDesktopsWindowsBack)
     EXPECT_FALSE(desktop->IsVisible(first));
 }
 
-TEST_P(OnStage, RestoresMinimisedWindowsAsSuch)
+TEST_P(OnStage, RestoresMinimisedAndMaximisedWindowsAsSuch)
 {
     if (!stage->IsManaged())
         GTEST_SKIP() << "nobody minimises";
@@ -107,6 +107,27 @@ TEST_P(OnStage, RestoresMinimisedWindowsAsSuch)
     EXPECT_EQ(position.normal, place);
     WindowPlacement::RestoreWindowPositions();
     EXPECT_TRUE(host.Until([&] { return host.window.IsIconic(); }));
+
+    const WindowHandle other = stage->OpenForeign({400, 300, 250, 180}, true);
+    const auto reaches = [&](Platform::WindowState state)
+    { return host.Until([&] { return desktop->Position(other, position) && position.state == state; }); };
+    ASSERT_TRUE(reaches(Platform::WindowState::Normal));
+    const Platform::WindowPosition normal = position;
+    EXPECT_TRUE(desktop->SetPosition(other, {Platform::WindowState::Maximised, normal.normal}));
+    EXPECT_TRUE(reaches(Platform::WindowState::Maximised));
+    host.Settle();
+    const Rect whole = AreaOf(*desktop, other);
+    EXPECT_GE(whole.width, Stage::size.width - 10);
+    WindowPlacement::SaveWindowPositions();
+    EXPECT_TRUE(desktop->SetPosition(other, {Platform::WindowState::Normal, {10, 10, 200, 200}}));
+    EXPECT_TRUE(reaches(Platform::WindowState::Normal));
+    WindowPlacement::RestoreWindowPositions();
+    EXPECT_TRUE(reaches(Platform::WindowState::Maximised));
+    host.Settle();
+    EXPECT_EQ(AreaOf(*desktop, other), whole);
+    EXPECT_TRUE(desktop->SetPosition(other, normal));
+    EXPECT_TRUE(reaches(Platform::WindowState::Normal));
+    EXPECT_TRUE(host.Until([&] { return AreaOf(*desktop, other) == normal.normal; }));
 }
 
 TEST_P(OnStage, CountsHidingThePointer)

@@ -347,9 +347,10 @@ bool HeadlessDesktop::Move(WindowHandle window, const Rect& area) noexcept
     Record* record = FindTop(window);
     if (!record)
         return false;
+    if (record->minimised || record->maximised)
+        return true; // it keeps its place, and the one that it goes back to
     record->normal = LegalArea(area, record->kind);
-    if (!record->maximised)
-        Reshape(*record, record->normal);
+    Reshape(*record, record->normal);
     return true;
 }
 

@@ -7,7 +7,11 @@
 /// Time-outs are milliseconds, 0 tries once, 0xFFFFFFFF waits for ever; signals neither cut nor stretch a wait. Who waits
 /// for an object that somebody else waits for already is served after him. An object is taken together with the end of
 /// the wait, never seen by others in between. All functions may be called from any thread at once; null handles are
-/// refused by the result. Objects live in one process: with a name none is made.
+/// refused by the result.
+///
+/// With a name an object is shared between the user's processes: the first opener makes it, later ones get what is there,
+/// or null if that is of another kind. It goes with the last handle, or when the last process that has one ends. Names
+/// have 1 to 259 bytes; an empty one is none. Waiters for named objects are served in no particular order.
 namespace Zem::Platform
 {
 
@@ -39,7 +43,7 @@ Waitable* CreateSemaphore(std::int32_t initial, std::int32_t maximum, const char
 Waitable* CreateEvent(bool manual, bool signalled, const char* name) noexcept;
 
 /// Closes the handle. Waits that are under way keep the object and end as they may; a mutex that its closer owns is
-/// released.
+/// released, a named one stays his until his end.
 void CloseWaitable(Waitable* object) noexcept;
 
 /// Gives back one `taking`; false if the caller is not the owner.

@@ -19,7 +19,7 @@ namespace Zem
 class ZEM_API Mutex : public SyncObject
 {
 public:
-    /// With `owned` the calling thread owns it at once. Only nameless mutexes are made: with a `name` the handle is null.
+    /// With `owned` the calling thread owns it at once. A `name` shares it between processes (SyncObject.h).
     explicit Mutex(bool owned = false, const char* name = nullptr) noexcept;
     ~Mutex() override;
 

@@ -14,8 +14,8 @@ namespace Zem
 class ZEM_API Semaphore : public SyncObject
 {
 public:
-    /// Needs 0 <= `initial` <= `maximum`, `maximum` >= 1 and no `name` (semaphores stay in their process); otherwise there
-    /// is no semaphore, and every operation fails.
+    /// Needs 0 <= `initial` <= `maximum` and `maximum` >= 1; otherwise there is no semaphore, and every operation fails.
+    /// A `name` shares it between processes (SyncObject.h).
     explicit Semaphore(int initial = 0, int maximum = 1, const char* name = nullptr) noexcept;
     ~Semaphore() override;
 

@@ -12,6 +12,12 @@ namespace Zem
 ///
 /// Time-outs are milliseconds; 0 tries once, `Forever` waits without end. Nothing throws: an object that could not be
 /// made has a null handle, and every `Lock` on it answers false.
+///
+/// Names: a mutex, semaphore or event with a name, of 1 to 259 bytes, is shared by the user's processes: the first one
+/// that opens the name makes it, with the state it asks for; later ones get it as it is, and it goes with the last. One
+/// name is one object, so another kind under it fails. When a process dies, the mutexes that it held are left behind and
+/// the rest stays as it is. Who waits for named objects learns within 100 milliseconds of a mutex's owner that died.
+///
 /// Threads: all operations may be called from any thread at once; making and destroying may not.
 class ZEM_API SyncObject
 {

@@ -16,7 +16,7 @@ namespace Zem
 class ZEM_API WEvent : public SyncObject
 {
 public:
-    /// Only nameless events are made: with a `name` the handle is null, and every operation fails.
+    /// A `name` shares it between processes (SyncObject.h).
     explicit WEvent(bool manualReset = false, bool signalled = false, const char* name = nullptr) noexcept;
     ~WEvent() override;
 

@@ -21,6 +21,12 @@ std::uint64_t Seed()
     return seed;
 }
 
+std::string UniqueName(const char* what)
+{
+    static int calls = 0;
+    return "bedrock test " + std::to_string(getpid()) + "/" + std::to_string(++calls) + " " + what;
+}
+
 Directory::Directory() : previous(std::filesystem::current_path())
 {
     std::string name = (std::filesystem::temp_directory_path() / "bedrock-test-XXXXXX").string();

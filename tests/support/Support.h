@@ -25,6 +25,9 @@ inline std::mt19937_64 Random(std::uint64_t salt = 0)
     return std::mt19937_64(Seed() + salt * 0x9E3779B97F4A7C15u);
 }
 
+/// A name that no other run and no earlier call uses, for what processes share by name.
+std::string UniqueName(const char* what);
+
 /// A heap block of exactly the bytes given: AddressSanitizer sees one byte too far on either side.
 inline std::unique_ptr<std::uint8_t[]> Exact(const void* data, std::size_t size)
 {

@@ -88,9 +88,6 @@ TEST(Semaphore, CountsWithinItsLimits)
         EXPECT_EQ(semaphore.Unlock(), row.works);
         EXPECT_FALSE(semaphore.Unlock()) << "full";
     }
-    Semaphore named(1, 1, "name"); // not made: another process could not find it
-    EXPECT_FALSE(named.Lock(0) || named.Unlock() || Mutex(false, "name").Lock(0) || WEvent(true, true, "name").Lock(0));
-
     Semaphore semaphore(1, 5);
     EXPECT_FALSE(semaphore.Unlock(0) || semaphore.Unlock(5) || semaphore.Unlock(0xFFFFFFFF));
     EXPECT_TRUE(semaphore.Unlock(4));
@@ -176,13 +173,21 @@ TEST(MultiLock, TakesTheFirstOrAllAndRefusesWhatCannotBe)
     EXPECT_TRUE(c.Unlock() && c.Lock(0));
 }
 
-// One thread, so that the model is exact: every answer of random operations is compared with plain numbers.
-TEST(Waits, AnswerAsAModelOfNumbers)
+// One thread, so that the model is exact: every answer of random operations is compared with plain numbers. Bit n of
+// the parameter gives object n a name.
+class Waits : public testing::TestWithParam<unsigned>
 {
-    auto random = ::Test::Random(4);
-    Mutex mutex;
-    Semaphore semaphore(2, 5);
-    WEvent once, manual(true, false);
+};
+
+TEST_P(Waits, AnswerAsAModelOfNumbers)
+{
+    auto random = ::Test::Random(4 + GetParam());
+    const std::string names[] = {::Test::UniqueName("mutex"), ::Test::UniqueName("semaphore"),
+                                 ::Test::UniqueName("once"), ::Test::UniqueName("manual")};
+    const auto name = [&](unsigned n) { return GetParam() >> n & 1 ? names[n].c_str() : nullptr; };
+    Mutex mutex(false, name(0));
+    Semaphore semaphore(2, 5, name(1));
+    WEvent once(false, false, name(2)), manual(true, false, name(3));
     SyncObject* objects[] = {&mutex, &semaphore, &once, &manual};
     int depth = 0, count = 2;
     bool signals[2] = {false, false};
@@ -254,9 +259,11 @@ TEST(Waits, AnswerAsAModelOfNumbers)
     }
 }
 
+INSTANTIATE_TEST_SUITE_P(Named, Waits, testing::Values(0u, 15u, 5u, 10u, 9u));
+
 // Waits for all of three mutexes and a semaphore by four threads, with short time-outs: each wait sees all or nothing,
 // plain data under the mutexes stays whole, and everything is there at the end.
-TEST(Waits, TakeAllAsOneStepAmongThreads)
+TEST(WaitsAmongThreads, TakeAllAsOneStepAmongThreads)
 {
     Mutex mutexes[3];
     Semaphore semaphore(2, 2);
@@ -314,7 +321,7 @@ TEST(Waits, TakeAllAsOneStepAmongThreads)
 }
 
 // Signals are neither lost nor doubled on their way through a semaphore, with waiters that give up at random.
-TEST(Waits, LoseNoSignal)
+TEST(WaitsAmongThreads, LoseNoSignal)
 {
     Semaphore items(0, 0x7FFFFFFF);
     WEvent quit(true);

@@ -1,4 +1,4 @@
-// Waitable objects of one process.
+// Waitable objects of one process, and waits for these and named ones together.
 //
 // The state of an object is one word: the owner of a mutex, the count of a semaphore, the signal of an event, and flags
 // in the lowest bits. As long as nobody waits, taking and giving is one compare-and-swap on that word.
@@ -12,12 +12,17 @@
 //
 // A thread keeps a list of the mutexes it owns, which it alone touches; at its end they are left behind. A thread of the
 // library is an object itself, which its end signals.
+//
+// The state of a named object is guarded by a lock of its own, which other processes take too. A wait with named objects
+// looks at everything under the dispatcher lock and these locks, and sleeps on several words. Who signals an object of
+// the process serves such a wait if that one is enough for it; otherwise he only wakes it, and it looks again.
 
 #include <Bedrock/platform/Wait.h>
 
 #include <Bedrock/platform/Lock.h>
 #include <Bedrock/platform/SuspendGuard.h>
 #include <Bedrock/platform/posix/Futex.h>
+#include <Bedrock/platform/posix/NamedObject.h>
 #include <Bedrock/platform/posix/ThreadIdentity.h>
 #include <Bedrock/platform/posix/Waitable.h>
 
@@ -58,6 +63,7 @@ struct Wait
     Waitable* const* objects;
     std::uint32_t count;
     bool all;
+    bool hasNamed;
     WaitBlock blocks[longestWait];
 };
 
@@ -160,6 +166,7 @@ bool Take(Waitable& object, std::uintptr_t thread)
         return false;
     case WaitKind::ManualEvent:
     case WaitKind::Thread:
+    case WaitKind::Named:
         break;
     }
     return false;
@@ -171,7 +178,7 @@ bool TryTake(Wait& wait)
     if (!wait.all)
     {
         for (std::uint32_t n = 0; n < wait.count; ++n)
-            if (IsAvailable(*wait.objects[n], wait.thread))
+            if (wait.objects[n]->kind != WaitKind::Named && IsAvailable(*wait.objects[n], wait.thread))
             {
                 wait.result = n + (Take(*wait.objects[n], wait.thread) ? WaitAbandoned : WaitSignalled);
                 return true;
@@ -194,6 +201,8 @@ void LinkBlocks(Wait& wait)
     {
         Waitable& object = *wait.objects[n];
         WaitBlock& block = wait.blocks[n];
+        if (object.kind == WaitKind::Named)
+            continue;
         block = {nullptr, object.last, &wait};
         (object.last ? object.last->next : object.first) = &block;
         object.last = &block;
@@ -206,6 +215,8 @@ void UnlinkBlocks(Wait& wait)
     {
         Waitable& object = *wait.objects[n];
         WaitBlock& block = wait.blocks[n];
+        if (object.kind == WaitKind::Named)
+            continue;
         (block.next ? block.next->prev : object.last) = block.prev;
         (block.prev ? block.prev->next : object.first) = block.next;
     }
@@ -215,10 +226,17 @@ void UnlinkBlocks(Wait& wait)
 class DispatcherGuard
 {
 public:
-    DispatcherGuard() { dispatcher.Enter(); }
-    ~DispatcherGuard() { dispatcher.Leave(); }
+    explicit DispatcherGuard(bool isWanted = true) : isHeld(isWanted && dispatcher.Enter()) {}
+    ~DispatcherGuard()
+    {
+        if (isHeld)
+            dispatcher.Leave();
+    }
+    DispatcherGuard(const DispatcherGuard&) = delete;
+    DispatcherGuard& operator=(const DispatcherGuard&) = delete;
 
 private:
+    const bool isHeld;
     const SuspendGuard suspension;
 };
 
@@ -243,7 +261,9 @@ public:
         {
             Wait& wait = *block->wait;
             WaitBlock* next = block->next;
-            if (TryTake(wait))
+            if (wait.hasNamed && wait.all)
+                WakeUp(wait, Awake); // and look again
+            else if (TryTake(wait))
             {
                 // A wait may name one object twice; its second block goes together with the first.
                 while (next && next->wait == &wait)
@@ -252,14 +272,7 @@ public:
                 for (std::uint32_t n = 0; n < wait.count; ++n)
                     if (wait.objects[n] != &object && IsFirstMention(wait, n))
                         Unmark(*wait.objects[n]);
-                // From here on the waiter's stack may go: only the address of its word is kept, and a wake that comes
-                // too late finds nobody there.
-                auto* word = reinterpret_cast<std::uint32_t*>(&wait.done);
-                const bool isAsleep = wait.done.exchange(Done, std::memory_order_acq_rel) == Asleep;
-                if (isAsleep && count < sizeof(words) / sizeof(words[0]))
-                    words[count++] = word;
-                else if (isAsleep)
-                    Wake(word);
+                WakeUp(wait, Done);
             }
             if (!CanServe(object))
                 break;
@@ -276,6 +289,18 @@ public:
     }
 
 private:
+    // From here on the waiter's stack may go, if it is done: only the address of its word is kept, and a wake that comes
+    // too late finds nobody there.
+    void WakeUp(Wait& wait, std::uint32_t state)
+    {
+        auto* word = reinterpret_cast<std::uint32_t*>(&wait.done);
+        const bool isAsleep = wait.done.exchange(state, std::memory_order_acq_rel) == Asleep;
+        if (isAsleep && count < sizeof(words) / sizeof(words[0]))
+            words[count++] = word;
+        else if (isAsleep)
+            Wake(word);
+    }
+
     static bool CanServe(const Waitable& object)
     {
         // The owner of a mutex may wait for it together with something else: he alone could be served still, and he
@@ -323,6 +348,8 @@ bool TakeQuickly(Waitable& object)
     case WaitKind::ManualEvent:
     case WaitKind::Thread:
         return object.word.load(std::memory_order_acquire) == One;
+    case WaitKind::Named:
+        break;
     }
     return false;
 }
@@ -362,6 +389,16 @@ timespec DeadlineAfter(std::uint32_t milliseconds)
     return time;
 }
 
+// Notes what was taken and is a mutex that was not the caller's before.
+std::uint32_t Own(const Wait& wait)
+{
+    const std::uint32_t taken = wait.result >= WaitAbandoned ? wait.result - WaitAbandoned : wait.result;
+    for (std::uint32_t n = wait.all ? 0 : taken; n < (wait.all ? wait.count : taken + 1); ++n)
+        if (wait.objects[n]->kind == WaitKind::Mutex && wait.objects[n]->depth == 1)
+            LinkOwned(*wait.objects[n]);
+    return wait.result;
+}
+
 std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all, std::uint32_t timeout)
 {
     const int saved = errno;
@@ -373,6 +410,7 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
     wait.objects = objects;
     wait.count = count;
     wait.all = all;
+    wait.hasNamed = false;
 
     const auto unmarkAll = [&]
     {
@@ -406,24 +444,206 @@ std::uint32_t WaitSlowly(Waitable* const* objects, std::uint32_t count, bool all
         }
     }
     errno = saved;
-    if (!isServed)
-        return WaitTimedOut;
-
-    // What was taken and is a mutex that was not the caller's before.
-    const std::uint32_t taken = wait.result >= WaitAbandoned ? wait.result - WaitAbandoned : wait.result;
-    for (std::uint32_t n = all ? 0 : taken; n < (all ? count : taken + 1); ++n)
-        if (objects[n]->kind == WaitKind::Mutex && objects[n]->depth == 1)
-            LinkOwned(*objects[n]);
-    return wait.result;
+    return isServed ? Own(wait) : WaitTimedOut;
 }
 
-Waitable* Create(WaitKind kind, std::uintptr_t word, std::uint32_t maximum, const char* name)
+// ------------------------------------------------------------------------------------------- together with named ones
+
+// What `WaitWithNamed` knows beside `Wait`: `waiters[n]` belongs to object n if it is a named one, and `ordered` are these.
+struct NamedWait
+{
+    NamedWaiter waiters[longestWait];
+    NamedWaiter* ordered[longestWait];
+    std::uint32_t count = 0;
+};
+
+// As TryTake, under all guards too.
+bool TryTakeMixed(Wait& wait, NamedWait& named)
+{
+    const auto isNamed = [&](std::uint32_t n) { return wait.objects[n]->kind == WaitKind::Named; };
+    if (!wait.all)
+    {
+        for (std::uint32_t n = 0; n < wait.count; ++n)
+        {
+            NamedAnswer answer = NamedAnswer::Unavailable;
+            if (isNamed(n))
+                answer = TakeNamed(named.waiters[n]);
+            else if (IsAvailable(*wait.objects[n], wait.thread))
+                answer = Take(*wait.objects[n], wait.thread) ? NamedAnswer::TakenAbandoned : NamedAnswer::Taken;
+            if (answer == NamedAnswer::Unavailable)
+                continue;
+            wait.result = n + (answer == NamedAnswer::Taken ? WaitSignalled : WaitAbandoned);
+            return true;
+        }
+        return false;
+    }
+    for (std::uint32_t n = 0; n < wait.count; ++n)
+        if (!(isNamed(n) ? CanTakeNamed(named.waiters[n]) : IsAvailable(*wait.objects[n], wait.thread)))
+            return false;
+    // Only a mutex's own lock can tell whether it can be had.
+    NamedAnswer answers[longestWait];
+    for (std::uint32_t n = 0; n < wait.count; ++n)
+    {
+        if (!isNamed(n) || !IsNamedMutex(named.waiters[n]))
+            continue;
+        answers[n] = TakeNamed(named.waiters[n]);
+        if (answers[n] != NamedAnswer::Unavailable)
+            continue;
+        while (n-- > 0)
+            if (isNamed(n) && IsNamedMutex(named.waiters[n]))
+                PutBackNamed(named.waiters[n], answers[n]);
+        return false;
+    }
+    wait.result = WaitSignalled;
+    for (std::uint32_t n = wait.count; n-- > 0;)
+    {
+        bool isLeftBehind = false;
+        if (!isNamed(n))
+            isLeftBehind = Take(*wait.objects[n], wait.thread);
+        else if (IsNamedMutex(named.waiters[n]))
+            isLeftBehind = answers[n] == NamedAnswer::TakenAbandoned;
+        else
+            TakeNamed(named.waiters[n]);
+        if (isLeftBehind)
+            wait.result = WaitAbandoned + n;
+    }
+    return true;
+}
+
+// Whether the system can let a thread sleep on several words; otherwise it looks again and again.
+constinit std::atomic<bool> hasManyWords{true};
+
+constexpr std::uint32_t LookEvery = 100;      // milliseconds, at a mutex whose owner may have died
+constexpr std::uint32_t LookWithoutWords = 5; // milliseconds
+
+bool IsEarlier(const timespec& a, const timespec& b)
+{
+    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
+}
+
+// Sleeps until something changes, it is time to look, or the deadline. True: it was the deadline.
+bool SleepOnWords(Wait& wait, bool hasPrivate, NamedWait& named, const timespec* deadline)
+{
+    futex_waitv words[longestWait + 1] = {};
+    unsigned count = 0;
+    const auto add = [&](std::uint32_t* word, std::uint32_t value, unsigned flags)
+    {
+        words[count].uaddr = reinterpret_cast<std::uintptr_t>(word);
+        words[count].val = value;
+        words[count++].flags = FUTEX_32 | flags;
+    };
+    if (hasPrivate)
+        add(reinterpret_cast<std::uint32_t*>(&wait.done), Asleep, FUTEX_PRIVATE_FLAG);
+    bool mustLook = false;
+    for (std::uint32_t n = 0; n < named.count; ++n)
+    {
+        add(ChangesWord(*named.ordered[n]), named.ordered[n]->changes, 0);
+        mustLook = mustLook || IsNamedMutex(*named.ordered[n]);
+    }
+    const bool isAlone = count > 1 && !hasManyWords.load(std::memory_order_relaxed);
+    timespec look;
+    const timespec* until = deadline;
+    if (mustLook || isAlone)
+    {
+        look = DeadlineAfter(isAlone ? LookWithoutWords : LookEvery);
+        if (!deadline || IsEarlier(look, *deadline))
+            until = &look;
+    }
+    long result;
+    if (count == 1 || isAlone)
+        result = SharedFutex(reinterpret_cast<std::uint32_t*>(static_cast<std::uintptr_t>(words[0].uaddr)),
+                             FUTEX_WAIT_BITSET | static_cast<int>(words[0].flags & FUTEX_PRIVATE_FLAG),
+                             static_cast<std::uint32_t>(words[0].val), until);
+    else
+        result = syscall(SYS_futex_waitv, words, count, 0, until, CLOCK_MONOTONIC);
+    if (result >= 0)
+        return false;
+    if (errno == ENOSYS || errno == EPERM)
+        hasManyWords.store(false, std::memory_order_relaxed);
+    return errno == ETIMEDOUT && until == deadline;
+}
+
+std::uint32_t WaitWithNamed(Waitable* const* objects, std::uint32_t count, bool all, std::uint32_t timeout)
+{
+    const int saved = errno;
+    timespec deadline;
+    if (timeout != 0 && timeout != 0xFFFFFFFF)
+        deadline = DeadlineAfter(timeout);
+    Wait wait;
+    wait.thread = ThreadIdentity();
+    wait.objects = objects;
+    wait.count = count;
+    wait.all = all;
+    wait.hasNamed = true;
+    NamedWait named;
+    for (std::uint32_t n = 0; n < count; ++n)
+        if (objects[n]->kind == WaitKind::Named)
+        {
+            named.waiters[n].object = static_cast<NamedObject*>(objects[n]);
+            named.waiters[n].object->uses.fetch_add(1, std::memory_order_relaxed);
+            named.ordered[named.count++] = &named.waiters[n];
+        }
+    const bool hasPrivate = named.count < count;
+
+    bool isServed = false;
+    bool isOver = timeout == 0; // and this look is the last one
+    for (bool isFirst = true;; isFirst = false)
+    {
+        {
+            const DispatcherGuard guard(hasPrivate);
+            isServed = wait.done.load(std::memory_order_acquire) == Done;
+            if (isServed)
+                break;
+            const NamedGuards guards(named.ordered, named.count);
+            for (std::uint32_t n = 0; isFirst && n < count; ++n)
+                if (objects[n]->kind == WaitKind::Named)
+                    BeginNamed(named.waiters[n]);
+                else
+                    MarkSlow(*objects[n]);
+            isServed = TryTakeMixed(wait, named);
+            if (isServed || isOver)
+            {
+                if (!isFirst)
+                    UnlinkBlocks(wait);
+                for (std::uint32_t n = 0; n < count; ++n)
+                    if (objects[n]->kind != WaitKind::Named && Dispatch::IsFirstMention(wait, n))
+                        Unmark(*objects[n]);
+                break;
+            }
+            if (isFirst)
+                LinkBlocks(wait);
+            for (std::uint32_t n = 0; n < named.count; ++n)
+                PrepareSleep(*named.ordered[n]);
+            wait.done.store(Asleep, std::memory_order_release);
+        }
+        isOver = SleepOnWords(wait, hasPrivate, named, timeout == 0xFFFFFFFF ? nullptr : &deadline);
+    }
+    for (std::uint32_t n = 0; n < named.count; ++n)
+    {
+        EndNamed(*named.ordered[n]);
+        LeaveNamed(*named.ordered[n]->object);
+    }
+    errno = saved;
+    return isServed ? Own(wait) : WaitTimedOut;
+}
+
+Waitable* Create(WaitKind kind, std::uintptr_t word, std::uint32_t maximum)
 {
     const SuspendGuard suspension; // the heap has locks too
-    void* memory = name ? nullptr : std::malloc(sizeof(Waitable));
+    void* memory = std::malloc(sizeof(Waitable));
     if (!memory)
         return nullptr;
     return new (memory) Waitable{word, kind, false, 0, maximum, nullptr, nullptr, nullptr, nullptr};
+}
+
+bool IsName(const char* name)
+{
+    return name && *name;
+}
+
+NamedObject* Named(Waitable* object)
+{
+    return object && object->kind == WaitKind::Named ? static_cast<NamedObject*>(object) : nullptr;
 }
 
 } // namespace
@@ -474,13 +694,16 @@ void OpenWaits() noexcept
 
 void CloseWaits() noexcept
 {
+    CloseNames();
     if (hasEndKey.exchange(false))
         pthread_key_delete(endKey);
 }
 
 Waitable* CreateMutex(bool owned, const char* name) noexcept
 {
-    Waitable* object = Create(WaitKind::Mutex, 0, 0, name);
+    if (IsName(name))
+        return OpenNamed(NamedKind::Mutex, name, 0, 0, false, owned);
+    Waitable* object = Create(WaitKind::Mutex, 0, 0);
     if (object && owned)
         TakeQuickly(*object);
     return object;
@@ -490,19 +713,26 @@ Waitable* CreateSemaphore(std::int32_t initial, std::int32_t maximum, const char
 {
     if (maximum < 1 || initial < 0 || initial > maximum)
         return nullptr;
-    return Create(WaitKind::Semaphore, static_cast<std::uintptr_t>(initial) * One, static_cast<std::uint32_t>(maximum),
-                  name);
+    const auto count = static_cast<std::uint32_t>(initial);
+    const auto most = static_cast<std::uint32_t>(maximum);
+    if (IsName(name))
+        return OpenNamed(NamedKind::Semaphore, name, count, most, false, false);
+    return Create(WaitKind::Semaphore, std::uintptr_t{count} * One, most);
 }
 
 Waitable* CreateEvent(bool manual, bool signalled, const char* name) noexcept
 {
-    return Create(manual ? WaitKind::ManualEvent : WaitKind::AutoEvent, signalled ? One : 0, 1, name);
+    if (IsName(name))
+        return OpenNamed(NamedKind::Event, name, signalled, 1, manual, false);
+    return Create(manual ? WaitKind::ManualEvent : WaitKind::AutoEvent, signalled ? One : 0, 1);
 }
 
 void CloseWaitable(Waitable* object) noexcept
 {
     if (!object)
         return;
+    if (NamedObject* named = Named(object))
+        return LeaveNamed(*named);
     const bool isThread = object->kind == WaitKind::Thread;
     const std::uintptr_t native = isThread ? NativeThread(*object) : 0;
     bool hasEnded;
@@ -526,6 +756,8 @@ void CloseWaitable(Waitable* object) noexcept
 
 bool ReleaseMutex(Waitable* object) noexcept
 {
+    if (NamedObject* named = Named(object))
+        return ReleaseNamedMutex(*named);
     if (!object || object->kind != WaitKind::Mutex)
         return false;
     const std::uintptr_t self = ThreadIdentity();
@@ -549,6 +781,8 @@ bool ReleaseMutex(Waitable* object) noexcept
 
 bool ReleaseSemaphore(Waitable* object, std::uint32_t count) noexcept
 {
+    if (NamedObject* named = Named(object))
+        return ReleaseNamedSemaphore(*named, count);
     if (!object || object->kind != WaitKind::Semaphore || count == 0 || count > object->maximum)
         return false;
     std::uintptr_t word = object->word.load(std::memory_order_relaxed);
@@ -575,6 +809,8 @@ bool ReleaseSemaphore(Waitable* object, std::uint32_t count) noexcept
 
 bool SetEvent(Waitable* object) noexcept
 {
+    if (NamedObject* named = Named(object))
+        return SetNamedEvent(*named, true);
     if (!object || (object->kind != WaitKind::AutoEvent && object->kind != WaitKind::ManualEvent))
         return false;
     // Also when the event is signalled already: what the caller wrote before must be seen by who comes next.
@@ -592,6 +828,8 @@ bool SetEvent(Waitable* object) noexcept
 
 bool PulseEvent(Waitable* object) noexcept
 {
+    if (NamedObject* named = Named(object))
+        return PulseNamedEvent(*named);
     if (!object || (object->kind != WaitKind::AutoEvent && object->kind != WaitKind::ManualEvent))
         return false;
     Dispatch dispatch;
@@ -605,6 +843,8 @@ bool PulseEvent(Waitable* object) noexcept
 
 bool ResetEvent(Waitable* object) noexcept
 {
+    if (NamedObject* named = Named(object))
+        return SetNamedEvent(*named, false);
     if (!object || (object->kind != WaitKind::AutoEvent && object->kind != WaitKind::ManualEvent))
         return false;
     std::uintptr_t word = object->word.load(std::memory_order_relaxed);
@@ -624,6 +864,8 @@ std::uint32_t WaitForOne(Waitable* object, std::uint32_t timeout) noexcept
         return WaitFailed;
     if (TakeQuickly(*object))
         return WaitSignalled;
+    if (object->kind == WaitKind::Named)
+        return WaitWithNamed(&object, 1, false, timeout);
     return WaitSlowly(&object, 1, false, timeout);
 }
 
@@ -631,17 +873,19 @@ std::uint32_t WaitForMany(Waitable* const* objects, std::uint32_t count, bool al
 {
     if (count == 0 || count > longestWait)
         return WaitFailed;
+    bool hasNamed = false;
     for (std::uint32_t n = 0; n < count; ++n)
     {
         if (!objects[n])
             return WaitFailed;
+        hasNamed = hasNamed || objects[n]->kind == WaitKind::Named;
         for (std::uint32_t earlier = 0; all && earlier < n; ++earlier)
             if (objects[earlier] == objects[n])
                 return WaitFailed;
     }
     if ((!all || count == 1) && TakeQuickly(*objects[0]))
         return WaitSignalled;
-    return WaitSlowly(objects, count, all, timeout);
+    return hasNamed ? WaitWithNamed(objects, count, all, timeout) : WaitSlowly(objects, count, all, timeout);
 }
 
 } // namespace Zem::Platform

@@ -27,6 +27,7 @@ enum class WaitKind : std::uint8_t
     AutoEvent,
     ManualEvent,
     Thread, // as a manual event that its end signals
+    Named,  // shared between processes (NamedObject.h)
 };
 
 /// What a handle stands for; from `malloc`, trivially destructible together with what derives from it.

@@ -111,6 +111,15 @@ TEST(Options, AgreesWithAModelOnRandomTexts)
     }
 }
 
+TEST(Options, DumpsWhatItHolds)
+{
+    Options options;
+    options.ProcessRaw("-Title=Hello World -Foo +l=a +L=%s -foo=");
+    testing::internal::CaptureStdout();
+    options.Dump();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "[title] = [Hello World]\n[foo] = []\n[l] = [a,%s]\n");
+}
+
 // A step that looked at all keys, or copied the whole value, for each token would take minutes here.
 TEST(Options, TakesHundredsOfThousandsOfTokens)
 {

@@ -1,4 +1,4 @@
-// bedrock-demo [FOLDER]: the file and image layers at work on the images of a folder.
+// asset-check [FOLDER]: the file and image layers at work on the images of a folder.
 //
 // Packs them into two archives, plain and compressed; puts the compressed one and a folder with one changed image under
 // one name; loads every image through that name; converts, saves, reads back and compares. Everything that is written
@@ -44,7 +44,7 @@ class WorkFolder
 public:
     WorkFolder()
     {
-        std::string name = (fs::temp_directory_path() / "bedrock-demo-XXXXXX").string();
+        std::string name = (fs::temp_directory_path() / "asset-check-XXXXXX").string();
         if (!mkdtemp(name.data()))
             throw fs::filesystem_error("cannot make a temporary folder", name,
                                        std::error_code(errno, std::generic_category()));
@@ -415,7 +415,7 @@ int Demo::Run()
     std::error_code error;
     if (!fs::is_directory(folder, error))
     {
-        std::fprintf(stderr, "bedrock-demo: %s: %s\n", Shown(folder).c_str(),
+        std::fprintf(stderr, "asset-check: %s: %s\n", Shown(folder).c_str(),
                      error ? error.message().c_str() : "is no folder");
         return 2;
     }
@@ -441,7 +441,7 @@ int main(int argc, char** argv)
 {
     if (argc > 2 || (argc == 2 && argv[1][0] == '-'))
     {
-        std::fprintf(stderr, "Usage: bedrock-demo [FOLDER]\n");
+        std::fprintf(stderr, "Usage: asset-check [FOLDER]\n");
         return 2;
     }
     try
@@ -450,11 +450,11 @@ int main(int argc, char** argv)
     }
     catch (const Exception& failure)
     {
-        std::fprintf(stderr, "bedrock-demo: %s\n", failure.Reason());
+        std::fprintf(stderr, "asset-check: %s\n", failure.Reason());
     }
     catch (const std::exception& failure)
     {
-        std::fprintf(stderr, "bedrock-demo: %s\n", failure.what());
+        std::fprintf(stderr, "asset-check: %s\n", failure.what());
     }
     return 1;
 }

@@ -1,7 +1,10 @@
-// Any bytes as an archive: listed, every member opened and read, one appended. Nothing may crash; what was there before
-// the append is there afterwards, and the new member is found unless its name was taken.
+// Any bytes as an archive: listed, searched, every member opened and read, one appended. Nothing may crash; a search finds
+// what a walk over all members finds; what was there before the append is there afterwards, and the new member is found
+// unless its name was taken.
 
+#include <Bedrock/files/FileFind.h>
 #include <Bedrock/files/FileSubArchive.h>
+#include <Bedrock/files/FoldedName.h>
 #include <Bedrock/host/Exception.h>
 #include <Bedrock/memory/PString.h>
 
@@ -9,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -69,6 +73,47 @@ std::vector<std::string> Names(const std::string& path)
     return names;
 }
 
+// The search of a folder, which asks an index, against the scan, which looks at every member.
+void CompareSearch(const std::string& path, const std::string& pattern)
+{
+    if (pattern.size() > 250 || pattern.find_first_of("/\\") == 0 || pattern.find(':') != std::string::npos ||
+        pattern.find_first_of("*?") < pattern.find_last_of("/\\") + 1)
+        return;
+    std::vector<std::string> expected;
+    std::set<std::string> seen;
+    {
+        Zem::FileSubArchive archive(path.c_str(), false);
+        const std::int32_t cursor = archive.AcquireCursor();
+        File::Entry entry;
+        while (archive.Scan(cursor, entry, pattern.c_str(), true, false))
+        {
+            entry.name.DelPath();
+            std::string folded = entry.name.Text();
+            for (char& c : folded)
+                c = static_cast<char>(Zem::FoldedName::Fold(c));
+            if (seen.insert(folded).second)
+                expected.push_back(entry.name.Text());
+        }
+    }
+    std::vector<std::string> found;
+    File::Find search;
+    for (bool more = search.Open(("fuzz:" + pattern).c_str()); more; more = search.Next())
+        found.push_back(search.name.Text());
+    Require(found == expected, "a search and a scan differ");
+}
+
+void CompareSearches(const std::string& path, const std::vector<std::string>& names)
+{
+    for (const char* pattern : {"*", "*.*", "?*", ""})
+        CompareSearch(path, pattern);
+    for (std::size_t i = 0; i < names.size() && i < 10; ++i)
+    {
+        CompareSearch(path, names[i]);
+        CompareSearch(path, names[i].substr(0, names[i].find_last_of("/\\") + 1) + "*");
+        CompareSearch(path, names[i].substr(0, names[i].find_first_of("/\\") + 1) + "*");
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -81,6 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const std::vector<std::string> names = Names(path);
     File::Subst("fuzz", path.c_str(), true);
+    CompareSearches(path, names);
     std::vector<std::string> before;
     for (const std::string& name : names)
         before.push_back(Contents(name));

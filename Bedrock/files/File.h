@@ -33,7 +33,8 @@ enum FileSeek
 /// A buffered binary stream over a file on disk, over a member of an archive, or over a compressed stream in either.
 ///
 /// A name is a path, or `word:path` where `word` is a substitute made by `Subst`: its folders, archives and links then
-/// decide what serves the path. A word of one letter is a drive and part of the path. What is compressed is found out
+/// decide what serves the path. A word of one letter is a drive and part of the path. A name on disk that is not there as it
+/// is spelled is found in any other case; either separator may be used. What is compressed is found out
 /// from its first four bytes, and read like anything else; it is written with `ModeWriteCompressed`, plain at first, and
 /// compressed as a whole by `Close`.
 ///
@@ -259,7 +260,7 @@ public:
     static bool Remove(const char* name) { return Unlink(name); }
     static bool Remove(const PString& subst, const char* name) { return Unlink(subst, name); }
 
-    /// Renames; false if `to` is taken. The word of `to` is not looked at.
+    /// Renames; false if `to` is taken, in any case but that of `from` itself. The word of `to` is not looked at.
     static bool Rename(const char* from, const char* to);
     static bool Rename(const PString& subst, const char* from, const char* to);
 
@@ -273,7 +274,7 @@ public:
     /// Sets that, on a plain path; the time of the last access stays. Throws on failure.
     static void SetStamp(Time& time, const char* name);
 
-    /// Rewrites `name`, which has room for 260 bytes, to the real path of the file; false if there is none.
+    /// Rewrites `name`, which has room for 260 bytes, to the real path of the file, in its own spelling; false if there is none.
     static bool TrueName(char* name);
 
     /// `progress` is called while a member is stored in an archive, with the bytes read and the bytes stored so far; the

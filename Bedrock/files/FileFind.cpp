@@ -22,13 +22,17 @@ bool IsSeparator(char c)
     return c == '/' || c == '\\';
 }
 
-// A path in a location: without a word, and without a separator at its front.
-const char* Inside(const char* path)
+const char* WithoutSeparators(const char* path)
 {
-    path = FilePath::GetPath(path);
     while (IsSeparator(*path))
         ++path;
     return path;
+}
+
+// Behind a word and its colon, without separators at the front.
+const char* Inside(const char* path)
+{
+    return WithoutSeparators(FilePath::GetPath(path));
 }
 
 } // namespace
@@ -164,7 +168,7 @@ bool FileFind::NextFile()
         {
             FilePath pattern = directory;
             pattern.AddPath(wildcard);
-            if (archive->List(searchHandle, *this, Inside(pattern)))
+            if (archive->List(searchHandle, *this, WithoutSeparators(pattern)))
             {
                 name.DelPath();
                 return true;

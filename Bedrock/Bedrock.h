@@ -28,6 +28,7 @@
 #include <Bedrock/host/HardwareException.h>
 #include <Bedrock/host/Log.h>
 #include <Bedrock/host/LogClient.h>
+#include <Bedrock/host/OS.h>
 #include <Bedrock/host/Options.h>
 #include <Bedrock/host/ResultClass.h>
 #include <Bedrock/host/SharedMemory.h>

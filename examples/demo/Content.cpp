@@ -51,6 +51,14 @@ void ToTexture(const Bitmap& image, Bitmap& texture)
         }
 }
 
+void Arrived(Content& content, const char* name)
+{
+    ++content.loaded;
+    std::snprintf(content.last, sizeof content.last, "%s", name);
+    if (LogClient::Wants(Client(), LogClient::Diag))
+        Client()->Write(LogClient::Diag, "%s is there, %d of %d", name, content.loaded, content.wanted);
+}
+
 // All the work is done on the worker; the hand-over only moves pointers.
 class LoadSide final : public Job
 {
@@ -87,10 +95,7 @@ protected:
     {
         for (int s = 0; s < Texture::shades; ++s)
             content.side[side].shade[s] = std::move(texture.shade[s]);
-        ++content.loaded;
-        std::snprintf(content.last, sizeof content.last, "%s", sideNames[side]);
-        if (LogClient::Wants(Client(), LogClient::Diag))
-            Client()->Write(LogClient::Diag, "%s is there, %d of %d", sideNames[side], content.loaded, content.wanted);
+        Arrived(content, sideNames[side]);
     }
 
 private:
@@ -121,8 +126,7 @@ protected:
     void Dispatch() override
     {
         content.planet = std::move(planet);
-        ++content.loaded;
-        std::snprintf(content.last, sizeof content.last, "%s", planetName);
+        Arrived(content, planetName);
     }
 
 private:

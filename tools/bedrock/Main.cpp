@@ -284,8 +284,8 @@ CommandLine::CommandLine()
         ->required();
     command->add_flag("--names", files.namesOnly, "Print names alone");
     Json(command, files.json);
-    command = Command(&app, "view", "Show images in a window", false,
-                      [this](Mounts& mounts) { return View(mounts, view); });
+    command =
+        Command(&app, "view", "Show images in a window", false, [this](Mounts& mounts) { return View(mounts, view); });
     command->add_option("IMAGES", view.images, "TGA, BMP, PCX and JPEG files")->required();
     command->add_flag("--fullscreen", view.fullscreen, "Over the whole desktop, without a frame");
     command->footer(viewKeys);

@@ -99,7 +99,7 @@ protected:
             GTEST_SKIP() << "Xvfb or openbox is not installed";
     }
 
-    // The command's window, once it is there and its title is that.
+    // The command's window, once it is there, has the keyboard, and its title is that.
     static xcb_window_t Window(XServer& server, const std::string& title)
     {
         xcb_window_t found = 0;
@@ -108,7 +108,8 @@ protected:
             [&]
             {
                 for (const xcb_window_t window : server.Children())
-                    if (server.IsMapped(window) && (seen = server.Text(window, "_NET_WM_NAME")) == title)
+                    if (server.IsMapped(window) && server.Focused() == window &&
+                        (seen = server.Text(window, "_NET_WM_NAME")) == title)
                         found = window;
                 return found != 0;
             }))

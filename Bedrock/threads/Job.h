@@ -54,15 +54,11 @@ private:
     void Lock() noexcept { locks.fetch_add(1, std::memory_order_relaxed); }
     void Unlock() noexcept { locks.fetch_sub(1, std::memory_order_release); }
     bool IsDone() const noexcept { return locks.load(std::memory_order_acquire) == 0; }
-    void StartProcessing() noexcept;
-    void EndProcessing() noexcept;
 
     std::atomic<float> progress{0};
     Job* parent;
     std::atomic<std::int32_t> locks{0};
-    std::uint32_t creationTime; // milliseconds of `Time::Ms`
-    std::uint32_t startTime;
-    std::uint32_t endTime;
+    std::uint32_t milliseconds = 0; // that `Process` took; measured for the consoles only
 };
 
 } // namespace Zem

@@ -40,8 +40,7 @@ void DeleteAll(NodeList& list) noexcept
 
 } // namespace
 
-Job::Job(Job* waiting) noexcept
-    : parent(waiting), creationTime(Time::Ms()), startTime(creationTime), endTime(creationTime)
+Job::Job(Job* waiting) noexcept : parent(waiting)
 {
     if (parent)
         parent->Lock();
@@ -62,16 +61,6 @@ void Job::Dispatch()
 {
     if (parent)
         parent->Unlock();
-}
-
-void Job::StartProcessing() noexcept
-{
-    startTime = Time::Ms();
-}
-
-void Job::EndProcessing() noexcept
-{
-    endTime = Time::Ms();
 }
 
 Jobs::Jobs() noexcept : queueCount(0, mostCounts), doneCount(0, mostCounts)
@@ -230,14 +219,16 @@ void Jobs::ProcessNext()
         job = TakeFirst(queue);
         List(QueueConsole, queue);
     }
-    Say("Processing Job: %s\n", job->GetName());
+    if (consoleOn)
+        Say("Processing Job: %s\n", job->GetName());
     pending.AddTail(job); // there it is the object's to delete, should it not come back from here
-    job->StartProcessing();
+    const std::uint32_t start = consoleOn ? Time::Ms() : 0;
     job->Process();
-    job->EndProcessing();
+    job->milliseconds = consoleOn ? Time::Ms() - start : 0;
     if (!job->IsDone())
     {
-        Say("Job Pending: %s\n", job->GetName());
+        if (consoleOn)
+            Say("Job Pending: %s\n", job->GetName());
         return;
     }
     pending.Remove(job);
@@ -246,7 +237,8 @@ void Jobs::ProcessNext()
 
 void Jobs::Finish(Job* job) noexcept
 {
-    Say("Job Complete: %s (%u ms)\n", job->GetName(), job->endTime - job->startTime);
+    if (consoleOn)
+        Say("Job Complete: %s (%u ms)\n", job->GetName(), job->milliseconds);
     {
         SingleLock lock(&doneLock, true);
         done.AddTail(job);

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <xcb/randr.h>
 
 using namespace Zem;
 using namespace Zem::Platform;
@@ -577,6 +578,73 @@ TEST_F(X11, HidesThePointer)
     EXPECT_TRUE(desktop.ShowPointer(true));
     EXPECT_TRUE(visibleAt({120, 120}));
     EXPECT_TRUE(visibleAt({20, 20}));
+}
+
+// Places count from the main monitor's corner, wherever that lies among the others.
+TEST_F(X11, CountsFromTheMainMonitor)
+{
+    XServer server(false);
+    const auto setMonitor = [&](const char* name, bool primary, std::int16_t x)
+    {
+        xcb_randr_monitor_info_t info{};
+        info.name = server.Atom(name);
+        info.primary = primary;
+        info.x = x;
+        info.width = 640;
+        info.height = 1024;
+        xcb_randr_set_monitor(server.xcb, server.screen->root, &info);
+        server.Sync();
+    };
+    setMonitor("left", false, 0);
+    setMonitor("right", true, 640);
+    Desktop& desktop = server.Open();
+    DesktopSize measures;
+    ASSERT_TRUE(desktop.Measure(measures));
+    EXPECT_EQ(measures.size, (Size{640, 1024}));
+    EXPECT_EQ(measures.bits, 32);
+    const WindowHandle window = MakeFramed(desktop, {-30, 40, 200, 100});
+    ASSERT_TRUE(desktop.Show(window, true));
+    EXPECT_EQ(server.Geometry(Id(window)), Rect(610, 40, 200, 100));
+    Rect area;
+    ASSERT_TRUE(desktop.Area(window, area));
+    EXPECT_EQ(area, Rect(-30, 40, 200, 100));
+    EXPECT_TRUE(desktop.Move(window, {5, 6, 210, 110}));
+    EXPECT_EQ(server.Geometry(Id(window)), Rect(645, 6, 210, 110));
+    WindowPosition position;
+    ASSERT_TRUE(desktop.Position(window, position));
+    EXPECT_EQ(position.normal, Rect(5, 6, 210, 110));
+    EXPECT_TRUE(desktop.SetPosition(window, position));
+    EXPECT_EQ(server.Geometry(Id(window)), Rect(645, 6, 210, 110));
+    EXPECT_TRUE(desktop.MovePointer({50, 60}));
+    FetchAll(desktop);
+    server.Click(4);
+    const auto wheel = Fetch(desktop, [](const WindowMessage& m) { return m.number == MessageWheel; });
+    ASSERT_FALSE(wheel.empty());
+    EXPECT_EQ(wheel.back().message.second, Pack(50, 60));
+    const WindowHandle full =
+        desktop.CreateWindow({WindowKind::FullScreen, "ZEM", "full", {0}, true, {0, 0}, {640, 1024}});
+    ASSERT_TRUE(desktop.Show(full, true));
+    EXPECT_EQ(server.Geometry(Id(full)), Rect(640, 0, 640, 1024));
+}
+
+// In a window whose pixels have an alpha nothing is seen through.
+TEST_F(X11, IsOpaqueInTransparentParents)
+{
+    XServer server(false, "640x480x24");
+    Desktop& desktop = server.Open();
+    const xcb_window_t parent = server.AddTransparentWindow({0, 0, 100, 100});
+    if (parent == 0)
+        GTEST_SKIP() << "the server has no visual of 32 bits";
+    const WindowHandle child =
+        desktop.CreateWindow({WindowKind::Child, "ZEM", "child", {parent}, true, {10, 10}, {50, 50}});
+    ASSERT_TRUE(desktop.Show(child, true));
+    EXPECT_EQ(server.Pixel(Id(child), {5, 5}), 0xFF000000u);
+    const std::uint32_t pixels[] = {0x00123456, 0x80FFFFFF};
+    ASSERT_TRUE(desktop.Present(child, {pixels, 8, {2, 1}}, {5, 5}));
+    Point anywhere;
+    desktop.Pointer(anywhere);
+    EXPECT_EQ(server.Pixel(Id(child), {5, 5}), 0xFF123456u);
+    EXPECT_EQ(server.Pixel(Id(child), {6, 5}), 0xFFFFFFFFu);
 }
 
 } // namespace

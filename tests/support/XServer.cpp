@@ -295,6 +295,27 @@ xcb_window_t XServer::AddWindow(const char* title, const Zem::Rect& client, bool
     return window;
 }
 
+xcb_window_t XServer::AddTransparentWindow(const Zem::Rect& client)
+{
+    xcb_visualid_t visual = 0;
+    for (auto depths = xcb_screen_allowed_depths_iterator(screen); depths.rem; xcb_depth_next(&depths))
+        if (depths.data->depth == 32 && xcb_depth_visuals_length(depths.data) > 0)
+            visual = xcb_depth_visuals(depths.data)->visual_id;
+    if (visual == 0)
+        return 0;
+    const xcb_window_t window = xcb_generate_id(xcb);
+    const xcb_colormap_t colours = xcb_generate_id(xcb);
+    xcb_create_colormap(xcb, XCB_COLORMAP_ALLOC_NONE, colours, screen->root, visual);
+    const std::uint32_t values[] = {0, 0, colours};
+    xcb_create_window(xcb, 32, window, screen->root, static_cast<std::int16_t>(client.x),
+                      static_cast<std::int16_t>(client.y), static_cast<std::uint16_t>(client.width),
+                      static_cast<std::uint16_t>(client.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, visual,
+                      XCB_CW_BACK_PIXEL | XCB_CW_BORDER_PIXEL | XCB_CW_COLORMAP, values);
+    xcb_map_window(xcb, window);
+    Sync();
+    return window;
+}
+
 std::vector<xcb_window_t> XServer::Children()
 {
     const auto reply = Own(xcb_query_tree_reply(xcb, xcb_query_tree(xcb, screen->root), nullptr));

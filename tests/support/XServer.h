@@ -57,6 +57,8 @@ public:
     // Other programs
 
     xcb_window_t AddWindow(const char* title, const Zem::Rect& client, bool map = true);
+    /// Mapped, of pixels of 32 bits with an alpha; 0 if the server has none such.
+    xcb_window_t AddTransparentWindow(const Zem::Rect& client);
     std::vector<xcb_window_t> Children();    // of the root window
     Zem::Rect Geometry(xcb_window_t window); // client area on the root window
     std::vector<std::uint32_t> Property(xcb_window_t window, const char* name);

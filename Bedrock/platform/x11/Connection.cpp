@@ -143,8 +143,9 @@ void Connection::SetWords(xcb_window_t window, xcb_atom_t property, xcb_atom_t t
 
 void Connection::SetText(xcb_window_t window, xcb_atom_t property, xcb_atom_t type, const char* text) const
 {
+    // A longer request than the server allows would end the connection.
     xcb_change_property(xcb, XCB_PROP_MODE_REPLACE, window, property, type, 8,
-                        static_cast<std::uint32_t>(std::strlen(text)), text);
+                        static_cast<std::uint32_t>(strnlen(text, 65535)), text);
 }
 
 void Connection::AskManager(xcb_window_t window, AtomName what, const std::uint32_t (&data)[5]) const

@@ -231,7 +231,9 @@ bool X11Desktop::CreateChild(OwnWindow& own, const WindowRequest& request)
     own.parent = id;
     own.parentSize = {parent->width, parent->height};
     own.corner = request.placed ? Point{Place(request.corner.x), Place(request.corner.y)} : Point{0, 0};
-    const std::uint32_t values[] = {connection.screen->black_pixel, XCB_GRAVITY_NORTH_WEST, windowEvents};
+    // In a parent whose pixels have an alpha black is opaque all the same.
+    const std::uint32_t black = parent->depth == 32 ? 0xFF000000U : connection.screen->black_pixel;
+    const std::uint32_t values[] = {black, XCB_GRAVITY_NORTH_WEST, windowEvents};
     const xcb_void_cookie_t made = xcb_create_window_checked(
         connection.xcb, XCB_COPY_FROM_PARENT, own.id, id, static_cast<std::int16_t>(own.corner.x),
         static_cast<std::int16_t>(own.corner.y), static_cast<std::uint16_t>(own.client.width),

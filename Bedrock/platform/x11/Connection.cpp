@@ -1,9 +1,6 @@
 #include <Bedrock/platform/x11/Connection.h>
+#include <Bedrock/platform/x11/Xkb.h>
 
-// The header of this extension has a field of this name, which is a word of the language.
-#define explicit explicitField
-#include <xcb/xkb.h>
-#undef explicit
 #include <xcb/randr.h>
 #include <xcb/shm.h>
 

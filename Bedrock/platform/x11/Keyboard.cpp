@@ -1,10 +1,8 @@
 #include <Bedrock/platform/x11/Keyboard.h>
 
 #include <Bedrock/platform/WindowMessage.h>
+#include <Bedrock/platform/x11/Xkb.h>
 
-#define explicit explicitField // a word of the language, and a field of this header
-#include <xcb/xkb.h>
-#undef explicit
 #include <xkbcommon/xkbcommon-compose.h>
 #include <xkbcommon/xkbcommon-x11.h>
 #include <xkbcommon/xkbcommon.h>

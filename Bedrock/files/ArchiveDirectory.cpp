@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <new>
 
 namespace Zem
 {
@@ -30,7 +31,12 @@ constexpr std::uint32_t freeLooks = 16;
 
 ArchiveDirectory::~ArchiveDirectory()
 {
-    Alloc::Delete(slots);
+    for (Table* gone = table.load(std::memory_order_relaxed); gone;)
+    {
+        Table* smaller = gone->smaller;
+        Alloc::Delete(gone);
+        gone = smaller;
+    }
     Alloc::Delete(window);
 }
 
@@ -48,13 +54,24 @@ void ArchiveDirectory::Refresh() noexcept
 
 const ArchiveDirectory::Record* ArchiveDirectory::Lookup(const char* name, std::uint32_t hash) const
 {
-    if (slotCount == 0)
+    Table* const now = table.load(std::memory_order_acquire);
+    if (!now)
         return nullptr;
-    const std::uint32_t mask = slotCount - 1;
-    for (std::uint32_t at = hash & mask; slots[at].record; at = (at + 1) & mask)
-        if (slots[at].hash == hash && FoldedName::Same(slots[at].record->entry.name, name))
-            return slots[at].record;
-    return nullptr;
+    const Slot* const slots = now->Slots();
+    const std::uint32_t mask = now->count - 1;
+    for (std::uint32_t at = hash & mask;; at = (at + 1) & mask)
+    {
+        const Record* record = slots[at].record.load(std::memory_order_acquire);
+        if (!record)
+            return nullptr;
+        if (slots[at].hash.load(std::memory_order_relaxed) == hash && FoldedName::Same(record->entry.name, name))
+            return record;
+    }
+}
+
+const ArchiveDirectory::Record* ArchiveDirectory::FindKnown(const char* name) const
+{
+    return Lookup(name, FoldedName::Hash(name));
 }
 
 const ArchiveDirectory::Record* ArchiveDirectory::Find(const char* name)
@@ -141,36 +158,37 @@ bool ArchiveDirectory::EndsInFile(std::uint64_t end)
     return end <= fileLength;
 }
 
-// Puts a member into the table; the first of a name stays the one that is found. False when the heap is exhausted.
-bool ArchiveDirectory::Enter(Record* record)
+void ArchiveDirectory::Table::Put(const Record& record) noexcept
 {
-    if (2 * (count + 1) > slotCount)
+    Slot* const slots = Slots();
+    std::uint32_t at = record.hash & (count - 1);
+    while (slots[at].record.load(std::memory_order_relaxed))
+        at = (at + 1) & (count - 1);
+    slots[at].hash.store(record.hash, std::memory_order_relaxed);
+    slots[at].record.store(&record, std::memory_order_release);
+}
+
+// Puts a member into the table; the first of a name stays the one that is found. False when the heap is exhausted.
+bool ArchiveDirectory::Enter(const Record& record)
+{
+    Table* now = table.load(std::memory_order_relaxed);
+    if (!now || 2 * (count + 1) > now->count)
     {
-        const std::uint32_t wider = slotCount ? 2 * slotCount : 512;
-        auto* table = static_cast<Slot*>(Alloc::New(std::size_t{wider} * sizeof(Slot)));
-        if (!table)
+        const std::uint32_t slots = now ? 2 * now->count : 512;
+        void* block = Alloc::New(sizeof(Table) + std::size_t{slots} * sizeof(Slot));
+        if (!block)
             return false;
-        std::memset(static_cast<void*>(table), 0, std::size_t{wider} * sizeof(Slot));
-        for (std::uint32_t i = 0; i < slotCount; ++i)
-        {
-            if (!slots[i].record)
-                continue;
-            std::uint32_t at = slots[i].hash & (wider - 1);
-            while (table[at].record)
-                at = (at + 1) & (wider - 1);
-            table[at] = slots[i];
-        }
-        Alloc::Delete(slots);
-        slots = table;
-        slotCount = wider;
+        auto* wider = new (block) Table{now, slots};
+        for (std::uint32_t i = 0; i < slots; ++i)
+            new (static_cast<void*>(wider->Slots() + i)) Slot;
+        for (std::uint32_t i = 0; now && i < now->count; ++i)
+            if (const Record* known = now->Slots()[i].record.load(std::memory_order_relaxed))
+                wider->Put(*known);
+        table.store(wider, std::memory_order_release);
+        now = wider;
     }
-    if (!Lookup(record->entry.name, record->hash))
-    {
-        std::uint32_t at = record->hash & (slotCount - 1);
-        while (slots[at].record)
-            at = (at + 1) & (slotCount - 1);
-        slots[at] = {record->hash, record};
-    }
+    if (!Lookup(record.entry.name, record.hash))
+        now->Put(record);
     return true;
 }
 
@@ -212,7 +230,7 @@ const ArchiveDirectory::Record* ArchiveDirectory::ReadMore()
         record->dataOffset = at + memberHeaderSize;
         record->payload = length - entrySize;
         record->hash = FoldedName::Hash(record->entry.name);
-        if (!Enter(record))
+        if (!Enter(*record))
             break;
         (lastRecord ? lastRecord->next : firstRecord) = record;
         lastRecord = record;

@@ -16,7 +16,7 @@ namespace Zem
 /// A chunk counts when all of it is in the file. The first that does not ends the directory for the time being: a later
 /// call looks again, since the archive may have grown. Nothing in the file is believed before it was compared with the
 /// file's length.
-/// Threads: no lock of its own; the archive's lock guards it.
+/// Threads: no lock of its own; the archive's lock guards it. `FindKnown` alone needs no lock.
 class ArchiveDirectory
 {
 public:
@@ -51,6 +51,9 @@ public:
     /// known do not have it. Null: nowhere.
     const Record* Find(const char* name);
 
+    /// The same among the members known already, on any thread at any time.
+    const Record* FindKnown(const char* name) const;
+
     /// The member behind `last` in the file, or the first for null; reads on where needed. Null at the end.
     const Record* Next(const Record* last);
 
@@ -72,17 +75,27 @@ public:
     static void NoteGrowth() noexcept;
 
 private:
+    // Look-ups go on without a lock while members are entered: a record is in its slot only when all of it is there, and a
+    // table that became too small is kept, since somebody may be looking into it.
     struct Slot
     {
-        std::uint32_t hash;
-        Record* record; // null: free
+        std::atomic<std::uint32_t> hash{0};
+        std::atomic<const Record*> record{nullptr}; // null: free
+    };
+    struct Table
+    {
+        Table* smaller;      // the one before
+        std::uint32_t count; // of slots, a power of two
+
+        Slot* Slots() noexcept { return reinterpret_cast<Slot*>(this + 1); }
+        void Put(const Record& record) noexcept;
     };
 
     const Record* ReadMore();
     bool MayLook();
     bool Fetch(std::uint64_t offset, std::uint32_t bytes);
     bool EndsInFile(std::uint64_t end);
-    bool Enter(Record* record);
+    bool Enter(const Record& record);
     const Record* Lookup(const char* name, std::uint32_t hash) const;
 
     // Small members share a read of this size, payloads and all, and one that is opened next has its payload there.
@@ -94,8 +107,7 @@ private:
     DynamicArray<Record, 61> records;
     Record* firstRecord = nullptr;
     Record* lastRecord = nullptr;
-    Slot* slots = nullptr;       // open addressing, at most half full
-    std::uint32_t slotCount = 0; // a power of two, or 0
+    std::atomic<Table*> table{nullptr}; // open addressing, at most half full
     std::uint32_t count = 0;
     std::uint32_t nameless = 0;
 

@@ -29,6 +29,12 @@ const char* Inside(const char* name)
     return IsSeparator(*name) ? name + 1 : name;
 }
 
+// Bytes of a member that one read brings into the buffer of its file.
+std::uint32_t FirstBlock(const ArchiveDirectory::Record& record)
+{
+    return record.payload < File::blockSize ? record.payload : File::blockSize;
+}
+
 bool ReadWhole(Platform::FileHandle file, std::uint64_t offset, void* dst, std::size_t size)
 {
     auto* bytes = static_cast<std::uint8_t*>(dst);
@@ -184,20 +190,23 @@ bool FileSubArchive::OpenRead(File& file, const char* name, int, int)
     const std::uint32_t reads = file.mode & 0xF0;
     const bool detects =
         (reads == File::ModeRead || reads == File::ModeReadCompressed) && !(file.mode & File::ModeCreate);
-    const Record* record = nullptr;
-    std::uint32_t block = 0;
-    bool knownPlain = false;
+    // A member that was opened before is found without the lock. A payload that was read along with the directory is likely
+    // still there when its member is opened for the first time, and only then.
+    using Content = ArchiveDirectory::Content;
+    const Record* record = directory.FindKnown(Inside(name));
+    Content content = record ? record->content.load(std::memory_order_relaxed) : Content::Unknown;
     bool fetched = false;
+    if (content == Content::Unknown)
     {
         const Platform::LockGuard guard(archiveLock);
-        record = directory.Find(Inside(name));
+        if (!record)
+            record = directory.Find(Inside(name));
         if (!record)
             return false;
-        knownPlain = reads == File::ModeRead &&
-                     record->content.load(std::memory_order_relaxed) == ArchiveDirectory::Content::Plain;
-        block = record->payload < File::blockSize ? record->payload : File::blockSize;
-        fetched = detects && !knownPlain && directory.TakeAhead(*record, file.buffer, block);
+        content = record->content.load(std::memory_order_relaxed);
+        fetched = detects && directory.TakeAhead(*record, file.buffer, FirstBlock(*record));
     }
+    const bool knownPlain = reads == File::ModeRead && content == Content::Plain && !fetched;
     std::memcpy(static_cast<void*>(&file.name), record->entry.name.Text(), record->entry.name.Length() + 1);
     file.handle = archiveHandle;
     file.flags |= File::SharedHandle;
@@ -210,15 +219,16 @@ bool FileSubArchive::OpenRead(File& file, const char* name, int, int)
     if (detects && knownPlain)
         file.mode = (file.mode & ~0xF0u) | File::ModeReadPlain;
     else if (detects)
-        Prefetch(file, *record, block, fetched);
+        Prefetch(file, *record, fetched);
     return true;
 }
 
 // Puts the first block of a member into the file's buffer, where `fetched` tells that it is already, and notes what it
 // begins with. Runs without the lock: nobody waits for the disk.
-void FileSubArchive::Prefetch(File& file, const Record& record, std::uint32_t block, bool fetched)
+void FileSubArchive::Prefetch(File& file, const Record& record, bool fetched)
 {
     using Content = ArchiveDirectory::Content;
+    const std::uint32_t block = FirstBlock(record);
     std::size_t got = block;
     if (!fetched && Platform::ReadAt(archiveHandle, record.dataOffset, file.buffer, block, got) != Platform::Status::Ok)
         return; // detection tries again, and tells
@@ -238,16 +248,22 @@ void FileSubArchive::CloseFile(File& file)
         Append(file, closing);
 }
 
+const FileSubArchive::Record* FileSubArchive::Find(const char* name)
+{
+    if (const Record* known = directory.FindKnown(name))
+        return known;
+    const Platform::LockGuard guard(archiveLock);
+    return directory.Find(name);
+}
+
 bool FileSubArchive::Exists(PString&, const char* name)
 {
-    Platform::LockGuard guard(archiveLock);
-    return directory.Find(Inside(name)) != nullptr;
+    return Find(Inside(name)) != nullptr;
 }
 
 bool FileSubArchive::GetStamp(File::Time& time, const char* name)
 {
-    Platform::LockGuard guard(archiveLock);
-    const Record* record = directory.Find(Inside(name));
+    const Record* record = Find(Inside(name));
     if (record)
         time = record->entry.timeWrite;
     return record != nullptr;

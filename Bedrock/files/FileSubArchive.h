@@ -74,7 +74,8 @@ private:
     bool OpenExisting();
     bool Recognise(Platform::FileHandle file, std::uint64_t length);
     void CreateNew();
-    void Prefetch(File& file, const Record& record, std::uint32_t block, bool fetched);
+    void Prefetch(File& file, const Record& record, bool fetched);
+    const Record* Find(const char* name);
     Cursor* CursorAt(std::int32_t index);
     bool IndexNext();
 

@@ -39,6 +39,13 @@ public:
     bool appended;
 };
 
+// The hash beside the entry: the keys that only share a place are told apart without a look at them.
+struct Options::Slot
+{
+    OptionEntry* entry; // null: free
+    std::uint32_t hash;
+};
+
 // A slice of the text that is parsed.
 struct Options::Piece
 {
@@ -117,8 +124,15 @@ std::uint64_t LoadFolded(const char* at, std::size_t size)
 
 bool EqualFolded(const char* folded, const char* key, std::size_t length)
 {
-    for (std::size_t i = 0; i < length; ++i)
-        if (static_cast<unsigned char>(folded[i]) != Platform::ToLowerAscii(static_cast<unsigned char>(key[i])))
+    for (; length >= 8; length -= 8, folded += 8, key += 8)
+    {
+        std::uint64_t word;
+        std::memcpy(&word, folded, 8);
+        if (word != LoadFolded(key, 8))
+            return false;
+    }
+    for (; length > 0; --length, ++folded, ++key)
+        if (static_cast<unsigned char>(*folded) != Platform::ToLowerAscii(static_cast<unsigned char>(*key)))
             return false;
     return true;
 }
@@ -224,36 +238,44 @@ OptionEntry* Options::Find(const char* key, std::uint32_t length, std::uint32_t 
 {
     if (!index)
         return nullptr;
-    for (OptionEntry* entry = index[hash & indexMask]; entry; entry = entry->chain)
-        if (entry->hash == hash && entry->name.Length() == length && EqualFolded(entry->name, key, length))
+    for (std::uint32_t at = hash & indexMask; OptionEntry* const entry = index[at].entry; at = (at + 1) & indexMask)
+        if (index[at].hash == hash && entry->name.Length() == length && EqualFolded(entry->name, key, length))
             return entry;
     return nullptr;
 }
 
-// Twice as many buckets. False when there are none at all.
+void Options::Place(OptionEntry* entry, std::uint32_t hash) noexcept
+{
+    std::uint32_t at = hash & indexMask;
+    while (index[at].entry)
+        at = (at + 1) & indexMask;
+    index[at] = {entry, hash};
+}
+
+// Twice as many slots.
 bool Options::GrowIndex() noexcept
 {
-    const std::uint32_t buckets = index ? 2 * (indexMask + 1) : 64;
-    auto* const grown = static_cast<OptionEntry**>(Alloc::New(buckets * sizeof(OptionEntry*)));
+    const std::uint64_t slots = index ? 2 * (std::uint64_t{indexMask} + 1) : 64;
+    const std::uint64_t bytes = slots * sizeof(Slot);
+    auto* const grown = bytes <= SIZE_MAX && slots <= 0x80000000u
+                            ? static_cast<Slot*>(Alloc::New(static_cast<std::size_t>(bytes)))
+                            : nullptr;
     if (!grown)
-        return index != nullptr;
-    std::memset(static_cast<void*>(grown), 0, buckets * sizeof(OptionEntry*));
-    Alloc::Delete(index);
-    index = grown;
-    indexMask = buckets - 1;
-    for (OptionEntry* entry = first; entry; entry = entry->next)
-    {
-        OptionEntry*& bucket = index[entry->hash & indexMask];
-        entry->chain = bucket;
-        bucket = entry;
-    }
+        return false;
+    std::memset(static_cast<void*>(grown), 0, static_cast<std::size_t>(bytes));
+    Slot* const old = std::exchange(index, grown);
+    const std::uint32_t oldMask = std::exchange(indexMask, static_cast<std::uint32_t>(slots - 1));
+    for (std::uint64_t at = 0; old && at <= oldMask; ++at)
+        if (old[at].entry)
+            Place(old[at].entry, old[at].hash);
+    Alloc::Delete(old);
     return true;
 }
 
 // A new entry at the tail, without a value; null when the heap is exhausted.
 OptionEntry* Options::Make(const char* key, std::uint32_t length, std::uint32_t hash) noexcept
 {
-    if (count >= indexMask && !GrowIndex())
+    if (count >= indexMask / 2 && !GrowIndex())
         return nullptr;
     auto* const entry = new OptionEntry;
     if (!entry)
@@ -266,10 +288,7 @@ OptionEntry* Options::Make(const char* key, std::uint32_t length, std::uint32_t 
     }
     for (std::uint32_t i = 0; i < length; ++i)
         name[i] = static_cast<char>(Platform::ToLowerAscii(static_cast<unsigned char>(key[i])));
-    entry->hash = hash;
-    OptionEntry*& bucket = index[hash & indexMask];
-    entry->chain = bucket;
-    bucket = entry;
+    Place(entry, hash);
     entry->prev = last;
     (last ? last->next : first) = entry;
     last = entry;
@@ -339,11 +358,20 @@ void Options::Assign(const char* key, std::uint32_t keyLength, Piece value, bool
 {
     if (sourceIsNew)
         NoteSource();
-    String text(value.text, value.length);
-    if (!text && value.length > 0)
-        return;
     const std::uint32_t hash = Hash(key, keyLength);
     OptionEntry* entry = Find(key, keyLength, hash);
+    const bool same = entry && (entry->source == sources || IsCurrent(entry->source));
+    append = append && entry && entry->value.Length() > 0;
+
+    // A new text is made before anything is touched, unless the value has the room.
+    const bool inPlace = same && !append && value.length < entry->value.AllocSize();
+    String text;
+    if (!append && !inPlace && value.length > 0)
+    {
+        text = String(value.text, value.length);
+        if (!text)
+            return;
+    }
     if (!entry)
     {
         entry = Make(key, keyLength, hash);
@@ -351,18 +379,18 @@ void Options::Assign(const char* key, std::uint32_t keyLength, Piece value, bool
             return;
         entry->source = sources;
     }
+    else if (!same)
+        Remember(*entry, append);
+    else if (!append)
+        Unshare(*entry);
+
+    entry->cursor = nullptr; // it would point into the old text
+    if (append)
+        Append(entry->value, value.text, value.length);
+    else if (inPlace && value.length > 0)
+        std::memcpy(entry->value.Fill(value.length), value.text, value.length);
     else
-    {
-        append = append && entry->value.Length() > 0;
-        if (entry->source != sources && !IsCurrent(entry->source))
-            Remember(*entry, append);
-        else if (!append)
-            Unshare(*entry);
-        entry->cursor = nullptr; // it would point into the old text
-        if (append)
-            return Append(entry->value, value.text, value.length);
-    }
-    entry->value = std::move(text);
+        entry->value = std::move(text);
 }
 
 // The record of the source that is parsed, made with its first key. The same source again goes on with its record.

@@ -28,12 +28,10 @@ struct ZEM_API OptionEntry
     const char* cursor =
         nullptr; // where the next GetNext starts in `value`; null before SetSeperators and after a change
 
-    // For Options alone: the index, and the history of the value.
-    OptionEntry* chain = nullptr;
+    // For Options alone: the history of the value.
     OptionSource* source = nullptr;
     OptionSetting* older = nullptr; // what the value replaced or was appended to
-    std::uint32_t hash = 0;
-    bool appended = false; // the value was appended to that of `older`
+    bool appended = false;          // the value was appended to that of `older`
 };
 
 /// The settings of a process: keys with values, filled from the environment, from option files and from the command
@@ -164,6 +162,7 @@ public:
 
 private:
     struct Piece;
+    struct Slot;
 
     OptionEntry* Find(const char* key) const noexcept;
     void Parse(const char* text, Origin::Kind kind, const char* sourceName);
@@ -174,6 +173,7 @@ private:
     bool IsCurrent(const OptionSource* source) const noexcept;
     static void Unshare(OptionEntry& entry) noexcept;
     void Remember(OptionEntry& entry, bool append) noexcept;
+    void Place(OptionEntry* entry, std::uint32_t hash) noexcept;
     bool GrowIndex() noexcept;
     std::uint32_t Hash(const char* key, std::uint32_t keyLength) const noexcept;
     template <class Text>
@@ -182,10 +182,10 @@ private:
     OptionEntry* first;
     OptionEntry* last;
     std::uint32_t count;
-    std::uint32_t indexMask; // buckets of `index` - 1, a power of two less 1
-    OptionEntry** index;     // null until the first key; chains by the low bits of the hash
-    OptionSource* sources;   // the newest first
-    std::uint64_t seed[2];   // of the hash: nobody outside can choose keys that collide
+    std::uint32_t indexMask; // slots of `index` - 1, a power of two less 1; at most half of them are taken
+    Slot* index; // null until the first key; a key stands at the low bits of its hash, or at the next free slot
+    OptionSource* sources; // the newest first
+    std::uint64_t seed[2]; // of the hash: nobody outside can choose keys that collide
     // While a text is parsed: where it comes from. Its record is made with its first key.
     const char* sourceName;
     Origin::Kind sourceKind;

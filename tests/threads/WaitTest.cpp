@@ -5,6 +5,7 @@
 #include <Bedrock/threads/Mutex.h>
 #include <Bedrock/threads/Semaphore.h>
 #include <Bedrock/threads/SingleLock.h>
+#include <Bedrock/threads/Thread.h>
 #include <Bedrock/threads/WEvent.h>
 
 #include "support/Support.h"
@@ -174,7 +175,8 @@ TEST(MultiLock, TakesTheFirstOrAllAndRefusesWhatCannotBe)
 }
 
 // One thread, so that the model is exact: every answer of random operations is compared with plain numbers. Bit n of
-// the parameter gives object n a name.
+// the parameter gives object n a name. The last object is a thread: by itself it stands for its end, among others for
+// its quit event.
 class Waits : public testing::TestWithParam<unsigned>
 {
 };
@@ -188,9 +190,28 @@ TEST_P(Waits, AnswerAsAModelOfNumbers)
     Mutex mutex(false, name(0));
     Semaphore semaphore(2, 5, name(1));
     WEvent once(false, false, name(2)), manual(true, false, name(3));
-    SyncObject* objects[] = {&mutex, &semaphore, &once, &manual};
+    WEvent mayEnd(true);
+    const auto body = [](void* data) -> unsigned { return static_cast<WEvent*>(data)->Lock() ? 17 : 18; };
+    std::unique_ptr<Zem::Thread> thread;
+    SyncObject* objects[] = {&mutex, &semaphore, &once, &manual, nullptr};
     int depth = 0, count = 2;
-    bool signals[2] = {false, false};
+    bool signals[3] = {false, false, false}; // of the events, and of the quit event
+    bool hasEnded = false;
+    const auto start = [&](bool now)
+    {
+        mayEnd.Reset();
+        thread = std::make_unique<Zem::Thread>(body, &mayEnd, now);
+        objects[4] = thread.get();
+        signals[2] = hasEnded = false;
+    };
+    const auto end = [&]
+    {
+        EXPECT_EQ(thread->Resume(), !hasEnded);
+        mayEnd.Set();
+        EXPECT_EQ(thread->Terminate(), 17u);
+        signals[2] = hasEnded = true;
+    };
+    start(true);
     const auto available = [&](int n) { return n == 0 || (n == 1 ? count > 0 : signals[n - 2]); };
     const auto take = [&](int n)
     {
@@ -201,7 +222,7 @@ TEST_P(Waits, AnswerAsAModelOfNumbers)
     };
     for (int step = 0; step < 20000; ++step)
     {
-        const int what = static_cast<int>(random() % 10);
+        const int what = static_cast<int>(random() % 11);
         SCOPED_TRACE("step " + std::to_string(step) + ", operation " + std::to_string(what));
         const int n = static_cast<int>(random() % 4);
         switch (what)
@@ -233,15 +254,36 @@ TEST_P(Waits, AnswerAsAModelOfNumbers)
             ASSERT_EQ(objects[n]->Lock(0), available(n));
             if (available(n))
                 take(n);
+            ASSERT_EQ(thread->Lock(0), hasEnded);
+            break;
+        case 8:
+            ASSERT_EQ(thread->IsAlive(), !hasEnded);
+            switch (random() % 8)
+            {
+            case 0:
+                hasEnded ? start(random() % 2 != 0) : end();
+                break;
+            case 1:
+                end();
+                break;
+            case 2:
+                ASSERT_EQ(thread->Suspend(), !hasEnded);
+                ASSERT_EQ(thread->Resume(), !hasEnded);
+                break;
+            default:
+                ASSERT_EQ(thread->IsDone(), signals[2]);
+                signals[2] = false;
+                break;
+            }
             break;
         default:
         {
             // From object n on, as many as there are.
-            MultiLock wait(objects + n, static_cast<std::uint32_t>(4 - n), false);
-            const bool all = what == 9;
+            MultiLock wait(objects + n, static_cast<std::uint32_t>(5 - n), false);
+            const bool all = what == 10;
             std::uint32_t expected = MultiLock::TimedOut;
             bool whole = true;
-            for (int i = 3; i >= n; --i)
+            for (int i = 4; i >= n; --i)
             {
                 whole = whole && available(i);
                 if (available(i))
@@ -250,13 +292,15 @@ TEST_P(Waits, AnswerAsAModelOfNumbers)
             if (all)
                 expected = whole ? MultiLock::Signalled : MultiLock::TimedOut;
             ASSERT_EQ(static_cast<std::uint32_t>(wait.Lock(0, all)), expected);
-            // The guard gives back the mutex and the semaphore, and keeps the event's signal.
-            if (signals[0] && (all ? whole : expected == MultiLock::Signalled + static_cast<std::uint32_t>(2 - n)) &&
-                n <= 2)
-                signals[0] = false;
+            // The guard gives back the mutex and the semaphore, and keeps the signal of an event that resets itself.
+            for (const int event : {2, 4})
+                if (event >= n &&
+                    (all ? whole : expected == MultiLock::Signalled + static_cast<std::uint32_t>(event - n)))
+                    signals[event - 2] = false;
         }
         }
     }
+    end();
 }
 
 INSTANTIATE_TEST_SUITE_P(Named, Waits, testing::Values(0u, 15u, 5u, 10u, 9u));

@@ -325,7 +325,9 @@ bool SuspendThread(Waitable* handle) noexcept
         StandStill(*thread);
         return true;
     }
-    // Until it stands, has ended, or somebody else resumed it.
+    // Until it stands, has ended, or somebody else resumed it. The signal is repeated, which does no harm: what delivers
+    // it may be slow to do so while the thread sleeps.
+    const timespec often = {0, 20'000'000};
     for (;;)
     {
         const std::uint32_t state = thread->state.load(std::memory_order_seq_cst);
@@ -333,7 +335,11 @@ bool SuspendThread(Waitable* handle) noexcept
             return state == Standing;
         if (thread->suspensions.load(std::memory_order_seq_cst) == 0)
             return true;
-        Futex(KernelWord(thread->state), FUTEX_WAIT, Running, nullptr);
+        if (Futex(KernelWord(thread->state), FUTEX_WAIT, Running, &often) == 0 || errno != ETIMEDOUT)
+            continue;
+        const ThreadGuard guard(*thread);
+        if (!thread->hasEnded)
+            pthread_kill(thread->native, SuspendSignal());
     }
 }
 

@@ -363,12 +363,16 @@ bool SleepUntilDone(Wait& wait, const timespec* deadline)
             return true;
         EaseProcessor();
     }
+    // A sleep that has an end comes back after a signal, where one without would go on; so the thread also serves a signal
+    // that a tool holds back until then.
+    constexpr timespec never = {0x7FFFFFFF, 0};
+    const timespec* until = deadline ? deadline : &never;
     std::uint32_t state = Awake;
     if (!wait.done.compare_exchange_strong(state, Asleep, std::memory_order_acq_rel, std::memory_order_acquire))
         return true;
     while (wait.done.load(std::memory_order_acquire) != Done)
     {
-        const long result = Futex(reinterpret_cast<std::uint32_t*>(&wait.done), FUTEX_WAIT_BITSET, Asleep, deadline);
+        const long result = Futex(reinterpret_cast<std::uint32_t*>(&wait.done), FUTEX_WAIT_BITSET, Asleep, until);
         if (result != 0 && errno == ETIMEDOUT)
             return false;
     }

@@ -19,8 +19,8 @@ struct OtherProgram::Command
 {
     enum What
     {
-        Open,
-        Resize
+        MakeWindow,
+        ResizeWindow
     } what;
     xcb_window_t window;
     Zem::Rect client;
@@ -141,7 +141,7 @@ void OtherProgram::Run(int commands)
         if (recv(commands, &command, sizeof(command), 0) != sizeof(command))
             _exit(0); // the test is gone
         const auto u = [](std::int32_t value) { return static_cast<std::uint32_t>(value); };
-        if (command.what == Command::Resize)
+        if (command.what == Command::ResizeWindow)
         {
             const std::uint32_t size[] = {u(command.client.width), u(command.client.height)};
             xcb_configure_window(xcb, command.window, XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT, size);
@@ -176,7 +176,7 @@ void OtherProgram::Run(int commands)
 
 xcb_window_t OtherProgram::Open(const Zem::Rect& client, bool visible, const char* title)
 {
-    Command command{Command::Open, 0, client, visible, ""};
+    Command command{Command::MakeWindow, 0, client, visible, ""};
     std::strncpy(command.title, title, sizeof(command.title) - 1);
     EXPECT_EQ(send(channel, &command, sizeof(command), MSG_NOSIGNAL), static_cast<ssize_t>(sizeof(command)));
     xcb_window_t window = 0;
@@ -188,7 +188,7 @@ xcb_window_t OtherProgram::Open(const Zem::Rect& client, bool visible, const cha
 
 void OtherProgram::Resize(xcb_window_t window, Zem::Size client)
 {
-    Command command{Command::Resize, window, Zem::Rect({0, 0}, client), false, ""};
+    Command command{Command::ResizeWindow, window, Zem::Rect({0, 0}, client), false, ""};
     EXPECT_EQ(send(channel, &command, sizeof(command), MSG_NOSIGNAL), static_cast<ssize_t>(sizeof(command)));
 }
 

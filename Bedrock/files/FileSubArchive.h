@@ -17,9 +17,9 @@ namespace Zem
 /// Open members share the archive's handle. A member that is written is a temporary file until it is closed; only then
 /// it is appended, in a way that leaves the archive as it was if anything fails, be it the end of the process.
 ///
-/// `archiveLock` guards the directory and the cursors, and keeps appends apart from them; it is taken inside a walk over
-/// the substitution list. Payloads are read without it: every read states its offset, and what is stored never changes.
-/// Appends of several processes keep out of each other's way by a lock on the file.
+/// `archiveLock` guards the cursors and what reads on in the directory, and keeps appends apart from them; it is taken
+/// inside a walk over the substitution list. Known members are found and payloads are read without it: every read states
+/// its offset, and what is stored never changes. Appends of several processes keep out of each other's way by a lock on the file.
 class FileSubArchive final : public FileSub
 {
 public:

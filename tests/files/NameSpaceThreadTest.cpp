@@ -66,7 +66,7 @@ public:
     std::thread Start(const std::function<void()>& work)
     {
         std::thread thread(
-            [this, work]
+            [work]
             {
                 holds = true;
                 work();

@@ -1,11 +1,12 @@
 // Fails in the way that it is told, to see what becomes of it:
 //
 //     failures file          reads a file that is not open: an exception nobody catches
-//     failures fault         writes to address 0
+//     failures fault         writes to address 16
 //     failures assertion     relies on what is not so; "Continue" lets it go on
 
 #include <Bedrock/Bedrock.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -28,8 +29,8 @@ int Run(void* argument)
     }
     else if (std::strcmp(kind, "fault") == 0)
     {
-        int* volatile nowhere = nullptr;
-        *nowhere = 1;
+        volatile std::uintptr_t nowhere = 16;
+        *reinterpret_cast<volatile int*>(nowhere) = 1;
     }
     else if (std::strcmp(kind, "assertion") == 0)
     {

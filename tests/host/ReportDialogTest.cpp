@@ -365,6 +365,31 @@ TEST_F(ReportHelper, MessagesAskForTheirKindOfBox)
     }
 }
 
+// Where a stack overflow is reported from.
+TEST_F(ReportHelper, AnswersOnAStackForSignals)
+{
+    Script("cat >got; exit 0");
+    const int result = Answer(
+        []
+        {
+            static char stack[32768];
+            const stack_t alternate = {stack, 0, sizeof(stack)};
+            sigaltstack(&alternate, nullptr);
+            struct sigaction action = {};
+            action.sa_flags = SA_ONSTACK;
+            action.sa_handler = [](int)
+            {
+                errno = 2;
+                const int answer = static_cast<int>(Platform::ShowReport("Small\n", 6));
+                _exit(40 + answer + errno); // errno is as it was
+            };
+            sigaction(SIGUSR1, &action, nullptr);
+            raise(SIGUSR1);
+        });
+    EXPECT_EQ(result, 42);
+    EXPECT_EQ(Content("got"), "Small\n");
+}
+
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 // The heap notices its own corruption while it holds its lock, and ends the process; the handler reports from there.
 TEST_F(ReportHelper, AnswersFromInsideTheBrokenHeap)

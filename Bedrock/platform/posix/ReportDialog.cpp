@@ -1,5 +1,6 @@
 #include <Bedrock/platform/ReportDialog.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -61,10 +63,23 @@ struct Blocked
     sigset_t before;
 };
 
-// The rest runs in the child, on the parent's memory and stack, while the parent's thread stands still: it calls the
-// kernel and nothing else, and leaves no object behind.
+// What follows up to `Reap` runs in the child, in the parent's memory, while the parent's thread stands still: it calls
+// the kernel and nothing else, and leaves no object behind. Sanitizers would note its stack in the parent's books.
+#define ZEM_UNWATCHED __attribute__((no_sanitize("address", "thread", "undefined")))
 
-void ResetSignals()
+struct Start
+{
+    const char* const* arguments;
+    const char* report;
+    std::size_t size;
+    int answer; // the pipe's writing end, or -1
+};
+
+constexpr std::size_t ChildStackSize = 16384;
+alignas(64) constinit char childStack[ChildStackSize]{};
+constinit std::atomic<bool> isStackInUse{false};
+
+ZEM_UNWATCHED void ResetSignals()
 {
     for (int number = 1; number < NSIG; ++number)
     {
@@ -81,8 +96,10 @@ void ResetSignals()
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-[[noreturn]] void BecomeHelper(const char* const* arguments, const char* report, std::size_t size, int answer)
+ZEM_UNWATCHED int BecomeHelper(void* data)
 {
+    const Start& start = *static_cast<const Start*>(data);
+    const int answer = start.answer;
     // Everything but the standard descriptors is closed first: the process may have none left for the report.
     if (answer >= 0 && answer != AnswerFd)
         dup2(answer, AnswerFd);
@@ -92,14 +109,13 @@ void ResetSignals()
 
     const int input = static_cast<int>(syscall(SYS_memfd_create, "report", 0u));
     if (input < 0)
-        _exit(127);
-    while (size > 0)
+        return 127;
+    for (std::size_t done = 0; done < start.size;)
     {
-        const ssize_t written = write(input, report, size);
+        const ssize_t written = write(input, start.report + done, start.size - done);
         if (written <= 0)
-            _exit(127);
-        report += written;
-        size -= static_cast<std::size_t>(written);
+            return 127;
+        done += static_cast<std::size_t>(written);
     }
     lseek(input, 0, SEEK_SET);
     if (input != STDIN_FILENO)
@@ -120,8 +136,23 @@ void ResetSignals()
         }
     }
     ResetSignals();
-    execve(arguments[0], const_cast<char* const*>(arguments), environ);
-    _exit(127);
+    execve(start.arguments[0], const_cast<char* const*>(start.arguments), environ);
+    return 127; // as its exit code
+}
+
+// Not fork, whose handlers take the heap's locks, and this thread may hold them; the child's stack is its own, since
+// AddressSanitizer cannot follow vfork on a stack for signals.
+pid_t StartHelper(Start& start)
+{
+    while (isStackInUse.exchange(true, std::memory_order_acquire))
+        sched_yield(); // for the time that another thread takes to start its own
+    pid_t child;
+    {
+        const Blocked blocked;
+        child = clone(BecomeHelper, childStack + ChildStackSize, CLONE_VM | CLONE_VFORK | SIGCHLD, &start);
+    }
+    isStackInUse.store(false, std::memory_order_release);
+    return child;
 }
 
 int Reap(pid_t child)
@@ -142,14 +173,8 @@ int Ask(const char* const* arguments, const char* report, std::size_t size)
     if (pipe2(ends, O_CLOEXEC) != 0)
         ends[0] = ends[1] = -1;
 
-    pid_t child;
-    {
-        const Blocked blocked;
-        // Not fork: its handlers take the heap's locks, which this thread may hold.
-        child = vfork();
-        if (child == 0)
-            BecomeHelper(arguments, report, size, ends[1]);
-    }
+    Start start = {arguments, report, size, ends[1]};
+    const pid_t child = StartHelper(start);
     char answer = 0;
     if (ends[1] >= 0)
     {

@@ -249,13 +249,18 @@ TEST_P(CrashMatrix, EveryKindOnEveryThread)
     for (const Kind& kind : kinds)
     {
         const std::string name = kind.name;
-        if ((TEST_ASAN || TEST_TSAN) && (name == "smashed-heap" || name == "overflow"))
+        if (((TEST_ASAN || TEST_TSAN) && (name == "smashed-heap" || name == "overflow")) ||
+            (TEST_TSAN && (name == "hook-faults" || name == "two-at-once")))
         {
             skipped += " " + name;
             continue;
         }
         for (const char* place : places)
-            children.push_back({&kind, place, answer, 0, {}, directory / (name + "-" + place), 0, false});
+            if (TEST_TSAN && place == places[1] && kind.fate == Fault &&
+                name.find("throw-") != 0) // it loses jump targets below the stack of signals
+                skipped += " " + name + "-" + place;
+            else
+                children.push_back({&kind, place, answer, 0, {}, directory / (name + "-" + place), 0, false});
     }
     RunAll(children);
     for (const Child& child : children)

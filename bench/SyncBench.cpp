@@ -1,10 +1,13 @@
 // Locks and waits: a critical section beside the standard library's recursive mutex; mutex, semaphore and event beside
-// POSIX ones; a wait for any of two beside eventfd and poll.
+// POSIX ones; a wait for any of two beside eventfd and poll; a mutex that processes share beside a robust POSIX one; a
+// thread beside the standard library's.
 
+#include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/threads/CriticalSection.h>
 #include <Bedrock/threads/MultiLock.h>
 #include <Bedrock/threads/Mutex.h>
 #include <Bedrock/threads/Semaphore.h>
+#include <Bedrock/threads/Thread.h>
 #include <Bedrock/threads/WEvent.h>
 
 #include <benchmark/benchmark.h>
@@ -14,7 +17,9 @@
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <string>
 #include <sys/eventfd.h>
+#include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
 
@@ -106,6 +111,32 @@ struct PosixMutex
     pthread_mutex_t mutex;
 };
 
+struct BedrockNamed
+{
+    void Lock() { mutex.Lock(); }
+    void Unlock() { mutex.Unlock(); }
+    Zem::Mutex mutex{false, ("bedrock bench " + std::to_string(getpid())).c_str()};
+};
+
+// As a program without the library would share it: in memory that processes share, and told when its owner dies.
+struct PosixRobust
+{
+    PosixRobust()
+    {
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+        pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+        pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+        pthread_mutex_init(mutex, &attributes);
+    }
+    ~PosixRobust() { munmap(mutex, sizeof(pthread_mutex_t)); }
+    void Lock() { pthread_mutex_lock(mutex); }
+    void Unlock() { pthread_mutex_unlock(mutex); }
+    pthread_mutex_t* mutex = static_cast<pthread_mutex_t*>(
+        mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+};
+
 struct BedrockSemaphore
 {
     void Lock() { semaphore.Lock(); }
@@ -194,6 +225,36 @@ void AnyEventFd(benchmark::State& state)
     close(second);
 }
 
+// Bedrock's runs its body under protection: what it throws or faults on ends the thread and not the process. The main
+// thread is protected too, as in every application.
+void ThreadBedrock(benchmark::State& state)
+{
+    static int ran;
+    ran = 0;
+    const auto loop = [](void* data)
+    {
+        for (auto _ : *static_cast<benchmark::State*>(data))
+        {
+            Zem::Thread thread(
+                [](void* count) -> unsigned { return static_cast<unsigned>(++*static_cast<int*>(count)); }, &ran, true);
+            benchmark::DoNotOptimize(thread.Terminate());
+        }
+        return 0;
+    };
+    Zem::ExceptionHandler::Main(loop, &state);
+    if (ran != static_cast<int>(state.iterations()))
+        state.SkipWithError("a thread did not run");
+}
+
+void ThreadStd(benchmark::State& state)
+{
+    int ran = 0;
+    for (auto _ : state)
+        std::thread([&ran] { ++ran; }).join();
+    if (ran != static_cast<int>(state.iterations()))
+        state.SkipWithError("a thread did not run");
+}
+
 } // namespace
 
 BENCHMARK(Uncontended<Section>)->Name("Sync/critical section, free/Bedrock");
@@ -209,6 +270,10 @@ BENCHMARK(Uncontended<BedrockMutex>)->Name("Sync/mutex, free/Bedrock");
 BENCHMARK(Uncontended<PosixMutex>)->Name("Sync/mutex, free/pthread recursive mutex");
 BENCHMARK(Uncontended<BedrockSemaphore>)->Name("Sync/semaphore, free/Bedrock");
 BENCHMARK(Uncontended<PosixSemaphore>)->Name("Sync/semaphore, free/sem_t");
+BENCHMARK(Uncontended<BedrockNamed>)->Name("Sync/shared between processes, free/Bedrock");
+BENCHMARK(Uncontended<PosixRobust>)->Name("Sync/shared between processes, free/robust pthread mutex");
+BENCHMARK(ThreadBedrock)->Name("Sync/thread, start and join/Bedrock")->UseRealTime();
+BENCHMARK(ThreadStd)->Name("Sync/thread, start and join/std::thread")->UseRealTime();
 BENCHMARK(PingPong<BedrockEvent>)->Name("Sync/event, round trip of two threads/Bedrock")->UseRealTime();
 BENCHMARK(PingPong<PosixSignal>)->Name("Sync/event, round trip of two threads/sem_t")->UseRealTime();
 BENCHMARK(AnyBedrock)->Name("Sync/any of two/Bedrock");

@@ -283,7 +283,8 @@ void EndOfOwnThread() noexcept
         own.object = nullptr; // the signal of a suspension that was counted before finds no thread from here on
     }
     thread->state.store(Ended, std::memory_order_seq_cst);
-    Futex(KernelWord(thread->state), FUTEX_WAKE, 0x7FFFFFFF, nullptr);
+    if (thread->suspensions.load(std::memory_order_seq_cst) != 0)
+        Futex(KernelWord(thread->state), FUTEX_WAKE, 0x7FFFFFFF, nullptr);
     threads.fetch_sub(1, std::memory_order_release);
     SignalEnd(*thread);
 }

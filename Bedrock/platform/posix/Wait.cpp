@@ -43,9 +43,11 @@ constexpr std::uintptr_t Slow = 1;      // in a word: only the holder of the dis
 constexpr std::uintptr_t LeftOwner = 2; // in a mutex's word: its owner ended
 constexpr std::uintptr_t One = 2;       // in the word of a semaphore or event: one signal
 
-// Looks at the own word before going to sleep: an answer of another thread that is at it already comes within a
-// microsecond or two, a sleep costs several.
-constexpr int SpinTurns = 60;
+// Most looks at the own word before going to sleep: an answer of another thread that is at it already comes within a
+// microsecond or two, a sleep costs several. A thread whose looks find nothing, because what it waits for takes long or
+// the processors have other work, looks half as often the next time, and now and then tries again.
+constexpr std::uint32_t SpinTurns = 60;
+constexpr std::uint32_t TryAgain = 32; // waits
 
 // How far a wait is.
 constexpr std::uint32_t Awake = 0;
@@ -76,10 +78,12 @@ constinit std::atomic<bool> hasEndKey{false};
 
 struct ThreadRecord
 {
-    Waitable* owned; // mutexes, the one taken last first
-    bool isWatched;  // the end of the thread will be noticed
+    Waitable* owned;     // mutexes, the one taken last first
+    bool isWatched;      // the end of the thread will be noticed
+    std::uint32_t turns; // to spin
+    std::uint32_t vain;  // waits since the thread does not spin any more
 };
-constinit thread_local ThreadRecord mine __attribute__((tls_model("initial-exec"))) = {nullptr, false};
+constinit thread_local ThreadRecord mine __attribute__((tls_model("initial-exec"))) = {nullptr, false, SpinTurns, 0};
 
 std::uintptr_t Owner(std::uintptr_t mutexWord)
 {
@@ -357,12 +361,22 @@ bool TakeQuickly(Waitable& object)
 // Sleeps until the wait is served or the time has come. False: the time came first.
 bool SleepUntilDone(Wait& wait, const timespec* deadline)
 {
-    for (int turn = 0; turn < SpinTurns; ++turn)
+    if (mine.turns == 0 && ++mine.vain >= TryAgain)
+    {
+        mine.turns = SpinTurns;
+        mine.vain = 0;
+    }
+    const std::uint32_t turns = mine.turns;
+    for (std::uint32_t turn = 0; turn < turns; ++turn)
     {
         if (wait.done.load(std::memory_order_acquire) == Done)
+        {
+            mine.turns = SpinTurns;
             return true;
+        }
         EaseProcessor();
     }
+    mine.turns = turns / 2;
     // A sleep that has an end comes back after a signal, where one without would go on; so the thread also serves a signal
     // that a tool holds back until then.
     constexpr timespec never = {0x7FFFFFFF, 0};

@@ -215,8 +215,19 @@ class Answers(OnScreen):
 
 
 class AnswersUnmanaged(Answers):
-    """Without a window manager."""
+    """Without a window manager, which lets a window be of any size."""
     MANAGED = False
+
+    def test_survives_sizes_below_the_smallest(self):
+        dialog = self.open(LONG)
+        for size in ((300, 60), (40, 300), (1, 1), dialog.least):
+            self.screen.resize(dialog.window, *size)
+            screen.wait_until(lambda: self.screen.geometry(dialog.window)[2:] == size, f'{size}')
+        start = self.screen.settled(dialog.window)
+        self.screen.key('Return')
+        self.assertEqual(dialog.answer(), ('0', 0))
+        again = self.open(LONG)
+        self.assertTrue(self.screen.settled(again.window) == start, 'it looks as if nothing had been')
 
 
 class Managed(OnScreen):
@@ -277,6 +288,8 @@ class Managed(OnScreen):
         for kind, keys, expected in rows:
             with self.subTest(kind=kind, keys=keys):
                 dialog = self.open('Is 100% @ 3 & more?\n' * 3, arguments=(kind, 'A title'), title='A title')
+                screen.wait_until(lambda: 'ABOVE' in self.screen.run('xprop', '-id', dialog.window, '_NET_WM_STATE'),
+                                  'it stays on top')
                 self.screen.key(*keys)
                 self.assertEqual(dialog.answer(), (expected, int(expected)))
 

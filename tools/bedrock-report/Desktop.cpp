@@ -147,6 +147,12 @@ void ShowInFront(Fl_Window& window)
     XSetInputFocus(fl_display, fl_xid(&window), RevertToParent, CurrentTime);
 }
 
+void KeepOnTop(const Fl_Window& window)
+{
+    constexpr long Add = 1, FromApplication = 1;
+    SendToManager(window, "_NET_WM_STATE", Add, static_cast<long>(Named("_NET_WM_STATE_ABOVE")), 0, FromApplication, 0);
+}
+
 bool IsMaximised(const Fl_Window& window)
 {
     bool across = false, down = false;
@@ -288,6 +294,8 @@ int Dialog::Run()
 {
     held.Look();
     ShowInFront(*this);
+    if (isOnTop)
+        KeepOnTop(*this);
     while (result < 0 && Fl::wait() >= 0)
     {
     }

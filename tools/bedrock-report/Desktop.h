@@ -24,6 +24,9 @@ Zem::ReportLayout::DialogUnits UseDialogFont();
 /// Shows the window in the middle of the screen where the pointer is, in front, with the keyboard's focus.
 void ShowInFront(Fl_Window& window);
 
+/// Keeps the window over all others from now on.
+void KeepOnTop(const Fl_Window& window);
+
 bool IsMaximised(const Fl_Window& window);
 
 /// Hands the sizing by the lower right corner, under the pressed button, to the window manager.
@@ -81,6 +84,7 @@ protected:
     void End(int answer);
 
     int cancelResult = 1;
+    bool isOnTop = false; // stays over all other windows
 
 private:
     static void OnButton(Fl_Widget* button, void* answer);

@@ -53,6 +53,7 @@ MessageWindow::MessageWindow(const Zem::ReportLayout::DialogUnits& units, Messag
         AddButton(Zem::Rect(x, y, button.width, button.height), "OK", 0);
         cancelResult = 0;
     }
+    isOnTop = true;
     end();
     resizable(nullptr);
 }

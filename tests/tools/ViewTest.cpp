@@ -129,7 +129,7 @@ TEST_F(View, ShowsZoomsTurnsAndEnds)
                { return x == 39 ? 0x00FFFFFFu : 0xFF000000u | static_cast<std::uint32_t>(x << 16 | y << 8 | 7); });
     WriteImage("large.tga", {2000, 1000},
                [](std::int32_t x, std::int32_t) { return x < 1000 ? 0xFFFF0000u : 0xFF0000FFu; });
-    Command command({"small.tga", "no such.tga", "large.tga"});
+    Command command({"./small.tga", "no such.tga", "large.tga"});
 
     // The window has room for the large one, scaled down; the small one stands in its middle as it is.
     xcb_window_t window = Window(server, "ZEM [small.tga, 40 x 30, 100%, 1 of 3]");

@@ -254,7 +254,8 @@ void Viewer::ShowTitle()
     const Rect area = image;
     char text[128];
     std::snprintf(text, sizeof(text), ", %d x %d, %.0f%%", area.width, area.height, look.zoom * 100);
-    std::string title = Shown(options.images[current]) + text;
+    const std::string& name = options.images[current]; // its end alone: a frame is not wide
+    std::string title = Shown(name.substr(name.rfind('/') + 1)) + text;
     if (options.images.size() > 1)
         title += ", " + std::to_string(current + 1) + " of " + std::to_string(options.images.size());
     window.SetTitle(title.c_str());

@@ -360,9 +360,9 @@ bool X11Desktop::DestroyWindow(WindowHandle window) noexcept
     return Sync();
 }
 
+// Asked once a frame: what is not read yet has not happened.
 bool X11Desktop::IsOwn(WindowHandle window) noexcept
 {
-    Pump();
     return Find(window.value) != nullptr;
 }
 

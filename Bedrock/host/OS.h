@@ -18,7 +18,7 @@ class Window;
 ///
 ///     OS os(nullptr, commandLine, nullptr);
 ///     os.GetOptions()->Init("Viewer", argc, argv);
-///     Log::Init(*os.GetOptions());
+///     Log::Init(os.GetOptions());
 ///     os.SetWindow(os.CreateNewWindow());
 class ZEM_API OS
 {

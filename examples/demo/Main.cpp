@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 using namespace Zem;
@@ -227,7 +228,8 @@ int Run(void* data)
 {
     // 1. The options of the process, from the environment, files and the command line.
     const auto& arguments = *static_cast<const Arguments*>(data);
-    Options options;
+    OS os(nullptr, "", nullptr);
+    Options& options = *os.GetOptions();
     options.ProcessRaw("-Log=Demo:Diag"); // unless the user says otherwise
     options.Init("Demo", arguments.count, arguments.values);
 
@@ -248,7 +250,9 @@ int Run(void* data)
     Note("%d images are packed and mounted as \"demo\"", mount.Packed());
 
     // 4. The window.
-    Window window(nullptr);
+    const std::unique_ptr<Window> owned(os.CreateNewWindow());
+    Window& window = *owned;
+    os.SetWindow(&window);
     bool full = false, tooLarge = false, equal = false;
     int x = Window::NoPosition, y = x, width = Demo::Scene::width, height = Demo::Scene::height, bits = 32,
         frequency = 0;

@@ -106,7 +106,7 @@ void FileSubArchive::Append(File& file, Platform::FileHandle stored)
 {
     const char* name = file.name;
     const Temporary temporary{stored, name + std::strlen(name) + 1};
-    if (file.flags & (File::Broken | File::Unpatched))
+    if (file.flags & File::NotWhole)
         Fail(name, archivePath, "a write to it has failed", __LINE__);
 
     Platform::FileInfo info;

@@ -287,7 +287,7 @@ void File::CloseHandle()
 {
     const Platform::FileHandle closing = handle;
     handle = {};
-    if ((mode & 0x0F) == ModeWriteCompressed && !(flags & (Broken | Unpatched)))
+    if ((mode & 0x0F) == ModeWriteCompressed && !(flags & NotWhole))
     {
         CompressFile(closing, name, buffer);
         return;

@@ -321,6 +321,8 @@ private:
         SharedHandle = 2, // the handle is an archive's
         Broken = 4,       // the last write failed: whoever closes the file only gives up the handle
         Unpatched = 8,    // and so for a patch, which nothing written later makes good
+        Missing = 16,     // a write failed before all its bytes were taken, and none has succeeded since
+        NotWhole = Broken | Unpatched | Missing,
     };
 
     template <class T>

@@ -84,17 +84,37 @@ std::uint32_t File::WriteSlow(const void* source, std::size_t n, std::size_t ite
     PrepareWrite();
     if (n == 0 || itemSize == 0)
         throw FileEx("File", __LINE__, "Write() n*size == 0");
+    // Bytes that a failure leaves behind are missing in the file, however well the buffer is stored later on. The next write
+    // has to come here again, to say whether it went better: it finds no room.
+    struct Outcome
+    {
+        ~Outcome()
+        {
+            if (rest == 0)
+                file.flags &= static_cast<std::uint8_t>(~Missing);
+            else
+            {
+                file.flags |= Missing;
+                file.writeEnd = file.current;
+            }
+        }
+        File& file;
+        std::size_t rest = 1;
+    } outcome{*this};
+    std::size_t& rest = outcome.rest;
+
     std::uint64_t total;
     if (__builtin_mul_overflow(std::uint64_t{n}, std::uint64_t{itemSize}, &total) ||
         total > Platform::largestFile - (Tell() < Platform::largestFile ? Tell() : Platform::largestFile))
         throw FileEx("File", __LINE__, "WriteBuffer() Write failed"); // nothing of it: the file would pass 4 GiB
 
     const auto* src = static_cast<const std::uint8_t*>(source);
-    auto rest = static_cast<std::size_t>(total);
+    rest = static_cast<std::size_t>(total);
     if (rest >= blockSize)
     {
         WriteBuffer();
         WriteStraight(src, rest);
+        rest = 0;
         return static_cast<std::uint32_t>(n);
     }
     while (rest > 0)
@@ -103,6 +123,7 @@ std::uint32_t File::WriteSlow(const void* source, std::size_t n, std::size_t ite
         if (part == 0) // full since a flush failed
         {
             WriteBuffer();
+            writeEnd = buffer + blockSize;
             continue;
         }
         if (part > rest)

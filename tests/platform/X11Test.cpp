@@ -2,6 +2,7 @@
 // every desktop are tested in tests/window.
 
 #include "support/OtherProgram.h"
+#include "support/Support.h"
 #include "support/XServer.h"
 
 #include <gmock/gmock.h>
@@ -656,6 +657,65 @@ TEST_F(X11, IsOpaqueInTransparentParents)
     desktop.Pointer(anywhere);
     EXPECT_EQ(server.Pixel(Id(child), {5, 5}), 0xFF123456u);
     EXPECT_EQ(server.Pixel(Id(child), {6, 5}), 0xFFFFFFFFu);
+}
+
+// Any program may send any event to any window. None of them ends the process, or makes it believe what is not so.
+TEST_F(X11, TakesAnyEventsFromOthers)
+{
+    XServer server(false, "640x480x24");
+    Desktop& desktop = server.Open();
+    const WindowHandle window = MakeFramed(desktop, {20, 30, 200, 100});
+    const WindowHandle child =
+        desktop.CreateWindow({WindowKind::Child, "ZEM", "child", window, true, {0, 0}, {50, 50}});
+    ASSERT_TRUE(desktop.Show(window, true) && desktop.Show(child, true));
+    FetchAll(desktop);
+    auto random = ::Test::Random(11);
+    const std::uint32_t words[] = {Id(window),
+                                   Id(child),
+                                   server.screen->root,
+                                   server.Atom("WM_PROTOCOLS"),
+                                   server.Atom("_NET_WM_PING"),
+                                   server.Atom("WM_STATE"),
+                                   0,
+                                   0xFFFFFFFF};
+    for (int i = 0; i < 20000; ++i)
+    {
+        std::uint32_t event[8];
+        for (std::uint32_t& word : event)
+            word = random() % 3 ? words[random() % std::size(words)] : static_cast<std::uint32_t>(random());
+        reinterpret_cast<std::uint8_t*>(event)[0] = static_cast<std::uint8_t>(2 + random() % 126);
+        const WindowHandle to = random() % 2 ? window : child;
+        xcb_send_event(server.xcb, 0, Id(to), random() % 2 ? 0 : 0x1FFFFFF, reinterpret_cast<const char*>(event));
+        if (i % 500 == 0)
+        {
+            server.Sync();
+            DesktopMessage message;
+            while (desktop.Next(message))
+                EXPECT_NE(message.message.number, std::uintptr_t{MessageDestroy});
+        }
+    }
+    for (int i = 0; i < 200; ++i) // properties that managers would set
+    {
+        const std::uint32_t data[] = {static_cast<std::uint32_t>(random()), 3, 0xFFFFFFFF, words[random() % 8]};
+        const char* const names[] = {"WM_STATE", "_NET_WM_STATE", "_NET_FRAME_EXTENTS"};
+        const std::uint8_t format = random() % 3 ? 32 : 8;
+        xcb_change_property(server.xcb, XCB_PROP_MODE_REPLACE, Id(window), server.Atom(names[random() % 3]),
+                            XCB_ATOM_CARDINAL, format, static_cast<std::uint32_t>(random() % 5), data);
+        DesktopMessage message;
+        while (desktop.Next(message))
+            EXPECT_NE(message.message.number, std::uintptr_t{MessageDestroy});
+    }
+    for (const char* const name : {"WM_STATE", "_NET_WM_STATE", "_NET_FRAME_EXTENTS"})
+        xcb_delete_property(server.xcb, Id(window), server.Atom(name));
+    server.Sync();
+    FetchAll(desktop, 100);
+    EXPECT_TRUE(desktop.IsOwn(window) && desktop.IsOwn(child));
+    EXPECT_TRUE(desktop.IsVisible(window) && desktop.IsVisible(child));
+    EXPECT_TRUE(desktop.Move(window, {40, 50, 210, 110}));
+    Rect area;
+    ASSERT_TRUE(desktop.ClientArea(window, area));
+    EXPECT_EQ(area, Rect(40, 50, 210, 110));
+    EXPECT_EQ(server.Geometry(Id(window)), area);
 }
 
 } // namespace

@@ -146,6 +146,11 @@ void X11Desktop::Handle(const xcb_generic_event_t& event)
 {
     const auto as = [&]<class T>(const T*) -> const T& { return reinterpret_cast<const T&>(event); };
     const std::uint8_t type = event.response_type & 0x7F;
+    // What programs send, and not the server: input is taken as forwarded, places and messages as a manager's. What
+    // becomes of a window only the server knows.
+    if ((event.response_type & 0x80) && type > XCB_MOTION_NOTIFY && type != XCB_CONFIGURE_NOTIFY &&
+        type != XCB_CLIENT_MESSAGE)
+        return;
     switch (type)
     {
     case 0: // an error: what it was about is gone, and its going is told otherwise
@@ -233,7 +238,7 @@ void X11Desktop::Handle(const xcb_generic_event_t& event)
 
 void X11Desktop::HandleConfigure(const xcb_configure_notify_event_t& event)
 {
-    const Size size{event.width, event.height};
+    const Size size{event.width ? event.width : 1, event.height ? event.height : 1};
     if (OwnWindow* const own = Find(event.window))
     {
         static_cast<Size&>(own->client) = size;

@@ -167,9 +167,17 @@ bool File::OpenHandle(const char* path, unsigned openFlags, Platform::Share shar
     Platform::Status status = Platform::OpenFile(handle, name, existing, share);
     if (status != Platform::Status::NotFound)
         return status == Platform::Status::Ok;
-    const NameCase::Respelled respelled = NameCase::Respell(name);
-    if (respelled == NameCase::Respelled::Whole || (openFlags & Platform::OpenCreate))
+    const bool makes = (openFlags & Platform::OpenCreate) != 0;
+    const auto respelled = makes ? NameCase::RespellNew(name) : NameCase::Respell(name);
+    if (respelled == NameCase::Respelled::Whole)
+        status = Platform::OpenFile(handle, name, existing, share);
+    if (status == Platform::Status::NotFound && makes)
+    {
+        // Into the folder as it is spelled there, under the name that was asked for.
+        name.DelName();
+        name.Add(Path::GetFileName(path));
         status = Platform::OpenFile(handle, name, openFlags, share);
+    }
     return status == Platform::Status::Ok;
 }
 

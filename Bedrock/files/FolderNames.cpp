@@ -21,9 +21,9 @@ FolderNames::~FolderNames()
     Alloc::Delete(text);
 }
 
-bool FolderNames::MakeRoom()
+bool FolderNames::MakeRoom(std::uint32_t wanted)
 {
-    if (room - size >= readSize)
+    if (room - size >= wanted)
         return true;
     const std::uint32_t wider = room ? 2 * room : 2 * readSize;
     auto* block = wider > room ? static_cast<char*>(Alloc::New(wider)) : nullptr;
@@ -37,11 +37,23 @@ bool FolderNames::MakeRoom()
     return true;
 }
 
+std::uint32_t FolderNames::Add(const char* name)
+{
+    const auto length = static_cast<std::uint32_t>(std::strlen(name)) + 1;
+    if (!MakeRoom(length))
+        return 0xFFFFFFFF;
+    const std::uint32_t at = size;
+    std::memcpy(text + at, name, length);
+    size += length;
+    ++count;
+    return at;
+}
+
 bool FolderNames::Read(Platform::FileHandle folder, const char* wildcard)
 {
     for (;;)
     {
-        if (!MakeRoom())
+        if (!MakeRoom(readSize))
             return false;
         std::size_t got = 0;
         const std::uint32_t start = (size + 7) & ~7u;

@@ -20,13 +20,16 @@ public:
     /// until then is there.
     bool Read(Platform::FileHandle folder, const char* wildcard);
 
+    /// Appends one more name; its place, or 0xFFFFFFFF when the heap is exhausted.
+    std::uint32_t Add(const char* name);
+
     /// The names, one behind the other, each with its terminator.
     const char* Text() const noexcept { return text; }
     std::uint32_t Size() const noexcept { return size; }
     std::uint32_t Count() const noexcept { return count; }
 
 private:
-    bool MakeRoom();
+    bool MakeRoom(std::uint32_t wanted);
 
     char* text = nullptr;
     std::uint32_t room = 0;

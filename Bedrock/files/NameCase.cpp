@@ -3,6 +3,7 @@
 #include <Bedrock/files/FoldedName.h>
 #include <Bedrock/files/FolderNames.h>
 #include <Bedrock/memory/HeapOperators.h>
+#include <Bedrock/platform/Clock.h>
 #include <Bedrock/platform/Folders.h>
 #include <Bedrock/platform/Lock.h>
 
@@ -19,16 +20,21 @@ namespace
 using Platform::FolderStamp;
 using Platform::Status;
 
-// What is remembered at most. A folder of 10,000 names takes about half a megabyte.
+// What is remembered at most. A folder of 10,000 names takes about 0.7 megabytes.
 constexpr std::uint32_t mostFolders = 64;
-constexpr std::uint32_t mostBytes = 8 << 20;
-constexpr std::uint32_t mostBytesOfOne = mostBytes / 2;
+constexpr std::uint32_t mostBytes = 16 << 20;
+constexpr std::uint32_t mostBytesOfOne = mostBytes / 4 * 3;
 
 // Two changes nearer than this may bear the same time: a tick of the kernel, with room to spare; where times are whole
 // seconds, the two seconds of the coarsest file system.
 constexpr std::int64_t fineTick = 50'000'000;
 constexpr std::int64_t coarseTick = 2'100'000'000;
 constexpr std::int64_t second = 1'000'000'000;
+
+// Whoever makes names in a folder changes it each time. What was known of one whose listing takes longer than
+// `longListing` serves him for `graceFactor` times as long, so that listing takes a fifth of his time at most.
+constexpr std::int64_t longListing = 100'000; // nanoseconds
+constexpr std::int64_t graceFactor = 4;
 
 bool IsSeparator(char c)
 {
@@ -53,8 +59,13 @@ public:
     const char* Find(const char* name) const;
 
     const FolderStamp& Stamp() const { return stamp; }
-    // Whether a change after the listing shows in the stamp.
-    bool IsSettled() const { return settled; }
+    // Whether this is what the folder of that stamp holds: it bears the same one, in which a change after the listing
+    // would show.
+    bool IsOf(const FolderStamp& now) const { return settled && stamp == now; }
+    // Whether it may serve somebody who is about to make a name.
+    bool ServesNew() const { return cost > longListing && NanosecondsNow() - listed < graceFactor * cost; }
+    // Notes a name that is about to be made.
+    void Add(const char* name);
     std::uint32_t Bytes() const { return names.Size() + slotCount * static_cast<std::uint32_t>(sizeof(Slot)); }
 
     std::uint64_t lastUse = 0;
@@ -66,17 +77,28 @@ private:
         std::uint32_t at; // 1 + the name's place; 0: free
     };
 
+    static std::int64_t NanosecondsNow();
     bool BuildTable();
+    void Put(std::uint32_t at);
 
     FolderStamp stamp;
     bool settled = false;
+    std::int64_t listed = 0; // when
+    std::int64_t cost = 0;   // how long that took, in nanoseconds
     FolderNames names;
     Slot* slots = nullptr; // open addressing, at most half full
     std::uint32_t slotCount = 0;
 };
 
+std::int64_t KnownFolder::NanosecondsNow()
+{
+    return static_cast<std::int64_t>(static_cast<double>(Platform::Counter()) * 1e9 /
+                                     static_cast<double>(Platform::CounterFrequency()));
+}
+
 KnownFolder* KnownFolder::Read(const char* name)
 {
+    const std::int64_t begin = NanosecondsNow();
     Platform::FileHandle handle;
     if (Platform::OpenFolder(handle, name) != Status::Ok)
         return nullptr;
@@ -92,31 +114,50 @@ KnownFolder* KnownFolder::Read(const char* name)
         folder->settled = whole && start - std::max(after.modified, after.changed) > (coarse ? coarseTick : fineTick);
         if (!folder->BuildTable())
             delete std::exchange(folder, nullptr);
+        else
+        {
+            folder->listed = NanosecondsNow();
+            folder->cost = folder->listed - begin;
+        }
     }
     Platform::CloseFile(handle);
     return folder;
 }
 
+// Makes a table with room for as many names again.
 bool KnownFolder::BuildTable()
 {
-    slotCount = 16;
-    while (slotCount / 2 < names.Count())
-        slotCount *= 2;
-    slots = static_cast<Slot*>(Alloc::New(std::size_t{slotCount} * sizeof(Slot)));
-    if (!slots)
+    std::uint32_t wanted = 16;
+    while (wanted / 4 < names.Count())
+        wanted *= 2;
+    auto* table = static_cast<Slot*>(Alloc::New(std::size_t{wanted} * sizeof(Slot)));
+    if (!table)
         return false;
-    std::memset(static_cast<void*>(slots), 0, std::size_t{slotCount} * sizeof(Slot));
-    for (std::uint32_t at = 0; at < names.Size();)
-    {
-        const char* name = names.Text() + at;
-        const std::uint32_t hash = FoldedName::Hash(name);
-        std::uint32_t slot = hash & (slotCount - 1);
-        while (slots[slot].at)
-            slot = (slot + 1) & (slotCount - 1);
-        slots[slot] = {hash, at + 1};
-        at += static_cast<std::uint32_t>(std::strlen(name)) + 1;
-    }
+    std::memset(static_cast<void*>(table), 0, std::size_t{wanted} * sizeof(Slot));
+    Alloc::Delete(slots);
+    slots = table;
+    slotCount = wanted;
+    for (std::uint32_t at = 0; at < names.Size(); at += static_cast<std::uint32_t>(std::strlen(names.Text() + at)) + 1)
+        Put(at);
     return true;
+}
+
+void KnownFolder::Put(std::uint32_t at)
+{
+    const std::uint32_t hash = FoldedName::Hash(names.Text() + at);
+    std::uint32_t slot = hash & (slotCount - 1);
+    while (slots[slot].at)
+        slot = (slot + 1) & (slotCount - 1);
+    slots[slot] = {hash, at + 1};
+}
+
+// Without memory for it the name is not noted; a table that could not grow is still right as it is.
+void KnownFolder::Add(const char* name)
+{
+    if (2 * (names.Count() + 1) > slotCount && !BuildTable())
+        return;
+    if (const std::uint32_t at = names.Add(name); at != 0xFFFFFFFF)
+        Put(at);
 }
 
 const char* KnownFolder::Find(const char* name) const
@@ -177,41 +218,53 @@ void Remember(KnownFolder* folder)
 }
 
 // Puts the spelling that `folder` has of a level in its place; false if it has none. Folded names are as long as they
-// were. The folder is listed outside the lock, so that nobody waits for the disk.
-bool FindLevel(const char* folder, const FolderStamp& stamp, char* level, std::uint32_t length)
+// were. A name that `isNew` and is not there is noted. The folder is listed outside the lock, so that nobody waits for
+// the disk.
+bool FindLevel(const char* folder, const FolderStamp& stamp, char* level, std::uint32_t length, bool isNew)
 {
     char name[FilePath::capacity];
     std::memcpy(name, level, length);
     name[length] = '\0';
+    const auto ask = [&](KnownFolder& known)
+    {
+        const char* spelling = known.Find(name);
+        if (spelling)
+            std::memcpy(level, spelling, length);
+        else if (isNew)
+        {
+            bytesKept -= known.Bytes();
+            known.Add(name);
+            bytesKept += known.Bytes();
+        }
+        return spelling != nullptr;
+    };
     {
         const Platform::LockGuard guard(lock);
         if (const std::uint32_t index = IndexOf(stamp); index < folderCount)
         {
             KnownFolder& known = *folders[index];
-            if (known.IsSettled() && known.Stamp() == stamp)
+            if (known.IsOf(stamp) || (isNew && known.ServesNew()))
             {
                 known.lastUse = ++uses;
-                const char* spelling = known.Find(name);
-                if (spelling)
-                    std::memcpy(level, spelling, length);
-                return spelling != nullptr;
+                return ask(known);
             }
         }
     }
     KnownFolder* fresh = KnownFolder::Read(folder);
     if (!fresh)
         return false;
-    const char* spelling = fresh->Find(name);
-    if (spelling)
-        std::memcpy(level, spelling, length);
-    if (fresh->IsSettled() && fresh->Bytes() <= mostBytesOfOne)
-    {
-        const Platform::LockGuard guard(lock);
+    const Platform::LockGuard guard(lock);
+    const bool kept = fresh->Bytes() <= mostBytesOfOne;
+    if (kept)
         Remember(fresh);
-    }
-    else
+    const bool found = kept ? ask(*fresh) : fresh->Find(name) != nullptr;
+    if (!kept)
+    {
+        if (found)
+            std::memcpy(level, fresh->Find(name), length);
         delete fresh;
-    return spelling != nullptr;
+    }
+    return found;
 }
 
 } // namespace
@@ -223,7 +276,7 @@ void NameCase::Clear() noexcept
         Forget(folderCount - 1);
 }
 
-NameCase::Respelled NameCase::Respell(FilePath& path) noexcept
+NameCase::Respelled NameCase::Respell(FilePath& path, bool isNew) noexcept
 {
     auto end = path.Length();
     if (end == 0 || !Platform::NamesKeepCase())
@@ -268,7 +321,8 @@ NameCase::Respelled NameCase::Respell(FilePath& path) noexcept
         std::uint32_t stop = start;
         while (stop < end && !IsSeparator(text[stop]))
             ++stop;
-        const bool found = IsDots(text + start, stop - start) || FindLevel(folder, stamp, text + start, stop - start);
+        const bool found = IsDots(text + start, stop - start) ||
+                           FindLevel(folder, stamp, text + start, stop - start, isNew && start == lastStart);
         if (start == lastStart)
         {
             if (std::memcmp(text, path.Text(), end) == 0)

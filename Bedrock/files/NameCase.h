@@ -15,7 +15,8 @@ namespace Zem
 ///
 /// What folders hold is remembered, so that a name that is nowhere costs one look at its folder's times and no listing.
 /// A folder whose times differ is listed anew, and so is one that was listed so soon after its last change that another
-/// change may bear the same time. Memory is bounded: folders not asked for longest are forgotten, and one with very many
+/// change may bear the same time. Names about to be made are noted, so that whoever fills a large folder does not list it
+/// for each of them. Memory is bounded: folders not asked for longest are forgotten, and one with very many
 /// names is listed each time. Every operation may be called on any thread; none of them throws.
 class NameCase
 {
@@ -28,7 +29,11 @@ public:
     };
 
     /// Looks for another spelling of a path that does not exist in its own.
-    static Respelled Respell(FilePath& path) noexcept;
+    static Respelled Respell(FilePath& path) noexcept { return Respell(path, false); }
+
+    /// The same for a name that is about to be made if it is not found. Of a large folder what was known some milliseconds
+    /// ago will do: other programs may have changed it since, as they may between any look and the making.
+    static Respelled RespellNew(FilePath& path) noexcept { return Respell(path, true); }
 
     /// `operation(path)` on the exact spelling, then on another one that exists.
     template <class Operation>
@@ -51,6 +56,9 @@ public:
 
     /// Forgets all folders.
     static void Clear() noexcept;
+
+private:
+    static Respelled Respell(FilePath& path, bool isNew) noexcept;
 };
 
 } // namespace Zem

@@ -218,6 +218,45 @@ TEST(NameCase, AMissCostsOneLookAtTheFolder)
     EXPECT_LT(Zem::Alloc::Total().large - before.large, 500u); // blocks of names are given back
 }
 
+// Whoever fills a folder changes it each time; it is not listed each time all the same, and no name is made twice.
+TEST(NameCase, FillingAFolderDoesNotListItForEachName)
+{
+    const Directory directory;
+    std::filesystem::create_directory("f");
+    static int lists;
+    static Zem::Platform::SystemCalls real;
+    real = systemCalls;
+    lists = 0;
+    systemCalls.open = [](const char* name, int flags, mode_t mode)
+    {
+        lists += (flags & O_DIRECTORY) != 0;
+        return real.open(name, flags, mode);
+    };
+    constexpr int count = 3000;
+    File file;
+    for (int i = 0; i < count; ++i)
+    {
+        const std::string name = "f/Name" + std::to_string(i);
+        ASSERT_TRUE(file.Open(name.c_str(), File::ModeCreate | File::ModeWrite)) << i;
+        file.Write32(i);
+        file.Close();
+        if (i % 100 == 99) // what was just made is found, gone names are not
+        {
+            ASSERT_TRUE(file.Open(("F/NAME" + std::to_string(i)).c_str(), File::ModeCreate | File::ModeWrite));
+            ASSERT_STREQ(file.Name(), ("f/Name" + std::to_string(i)).c_str());
+            file.Close();
+            std::filesystem::remove("f/Name" + std::to_string(i));
+            ASSERT_TRUE(file.Open(("f/nAME" + std::to_string(i)).c_str(), File::ModeCreate | File::ModeWrite));
+            ASSERT_STREQ(file.Name(), ("f/nAME" + std::to_string(i)).c_str());
+            file.Close();
+        }
+    }
+    systemCalls = real;
+    const auto found = std::distance(std::filesystem::directory_iterator("f"), std::filesystem::directory_iterator());
+    EXPECT_EQ(found, count);
+    EXPECT_LT(lists, count * 5 / 6); // nearly all of them while it was small
+}
+
 // A folder that changes again within one tick of the file system's clock bears the same times.
 TEST(NameCase, SeesChangesWithinOneTick)
 {

@@ -16,7 +16,7 @@ struct Crew
     Thread* thread = nullptr;
     WEvent work; // there is something to do
     WEvent isFinished;
-    std::atomic<int> todo{0};
+    std::atomic<int> open{0};
     unsigned int steps = 0; // the worker's own until it has ended
 };
 
@@ -26,7 +26,7 @@ unsigned int Work(void* data)
     SyncObject* objects[] = {crew.thread, &crew.work}; // a thread stands for its quit event
     MultiLock wait(objects, 2, false);
     while (wait.Lock() == MultiLock::Signalled + 1)
-        for (; crew.todo > 0; --crew.todo)
+        for (; crew.open > 0; --crew.open)
             if (++crew.steps == 10)
                 crew.isFinished.Set();
     return crew.steps;
@@ -51,7 +51,7 @@ int Run(void*)
 
     for (int n = 0; n < 10; ++n)
     {
-        ++crew.todo;
+        ++crew.open;
         crew.work.Set();
         Time::Delay(20);
     }

@@ -13,6 +13,7 @@
 #include <Bedrock/platform/Lock.h>
 #include <Bedrock/platform/Process.h>
 #include <Bedrock/platform/ReportDialog.h>
+#include <Bedrock/platform/SuspendGuard.h>
 
 #include <atomic>
 #include <cstdarg>
@@ -73,6 +74,7 @@ void RecoverLibrary() noexcept
     RecoverAllocAfterFault();
     if (PStringCache* cache = PString::Cache())
         cache->RecoverAfterFault();
+    Platform::SuspendGuard::Forget();
 }
 
 void WriteLog(LogClient* client, const char* text)

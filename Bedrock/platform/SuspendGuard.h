@@ -26,6 +26,13 @@ public:
             Stand();
     }
 
+    /// For a frame that gave up a body together with the guards in it: none is left on this thread.
+    static void Forget() noexcept
+    {
+        mine.depth = 1;
+        End();
+    }
+
 private:
     friend class Suspension;
     static void Stand() noexcept;

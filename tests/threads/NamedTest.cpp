@@ -13,7 +13,12 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <memory>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <thread>
 
 namespace
@@ -304,6 +309,48 @@ TEST_F(Named, ObjectsAreWaitedForTogetherWithPrivateOnes)
         EXPECT_TRUE(semaphore.Lock(0) && mutex.Lock(0) && ownMutex.Lock(0));
         EXPECT_TRUE(mutex.Unlock() && ownMutex.Unlock() && !mutex.Unlock());
     }
+}
+
+// On a system that cannot let a thread sleep on several words, everything works, only later.
+TEST_F(Named, ObjectsAreWaitedForTogetherWhereTheSystemDoesNotHelp)
+{
+    const std::string names[] = {::Test::UniqueName("event"), ::Test::UniqueName("semaphore")};
+    const pid_t child = ::Test::Fork(
+        [&]
+        {
+            sock_filter rules[] = {
+                BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_futex_waitv, 0, 1),
+                BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+                BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+            };
+            sock_fprog program = {4, rules};
+            if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+                prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+                return 2;
+            if (syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, 0) == 0 || errno != ENOSYS)
+                return 3;
+            WEvent event(false, false, names[0].c_str()), own;
+            Semaphore semaphore(0, 1, names[1].c_str());
+            SyncObject* objects[] = {&own, &event, &semaphore};
+            MultiLock wait(objects, 3, false);
+            const auto start = std::chrono::steady_clock::now();
+            if (wait.Lock(30, false) != MultiLock::TimedOut ||
+                std::chrono::steady_clock::now() - start < std::chrono::milliseconds(30))
+                return 4;
+            semaphore.Unlock(); // the parent takes it, and signals the event
+            if (MultiLock(objects, 2, false).Lock(patience, false) != MultiLock::Signalled + 1u)
+                return 5;
+            own.Set();
+            event.Set();
+            return MultiLock(objects, 2, false).Lock(patience, true) == MultiLock::Signalled ? 0 : 6;
+        });
+    Semaphore semaphore(0, 1, names[1].c_str());
+    WEvent event(false, false, names[0].c_str());
+    EXPECT_TRUE(semaphore.Lock(patience));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    event.Set();
+    EXPECT_EQ(::Test::WaitFor(child), 0);
 }
 
 // Processes that wait for all of two mutexes and one of two places, some killed wherever they are, also inside a guard.

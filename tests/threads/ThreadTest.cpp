@@ -3,6 +3,7 @@
 #include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/memory/Alloc.h>
 #include <Bedrock/memory/PString.h>
+#include <Bedrock/platform/SuspendGuard.h>
 #include <Bedrock/threads/MultiLock.h>
 #include <Bedrock/threads/Mutex.h>
 #include <Bedrock/threads/Semaphore.h>
@@ -431,6 +432,35 @@ TEST(Thread, IsNeverStoppedInsideWhatOthersNeed)
     EXPECT_FALSE(shared.IsLocked());
 }
 
+#if !defined(__SANITIZE_THREAD__)
+// A fault that ends a body inside the heap leaves the thread as stoppable as any.
+TEST(Thread, CanBeStoppedAfterAFaultInsideWhatOthersNeed)
+{
+    Loop loop;
+    loop.step = [](Loop& mine)
+    {
+        if (mine.count == 0)
+            ExceptionHandler::Main(
+                [](void*) -> int
+                {
+                    const Zem::Platform::SuspendGuard heap;
+                    const volatile int* const volatile nowhere = reinterpret_cast<int*>(64);
+                    return *nowhere;
+                },
+                nullptr);
+    };
+    ExceptionHandler::SetAssertions(false);
+    Thread thread(Loop::Body, &loop, true);
+    EXPECT_TRUE(loop.Goes() && loop.count > 0);
+    EXPECT_TRUE(thread.Suspend());
+    EXPECT_TRUE(loop.Stands());
+    EXPECT_TRUE(thread.Resume());
+    loop.quit = true;
+    thread.Terminate();
+    ExceptionHandler::SetAssertions(true);
+}
+#endif
+
 // A wait goes on through a suspension: it is neither cut short nor does it lose what it was given meanwhile.
 TEST(Thread, KeepsItsWaitsThroughASuspension)
 {
@@ -468,14 +498,30 @@ TEST(Thread, KeepsItsWaitsThroughASuspension)
 
 TEST(Thread, HasAPriorityAndANameThatTheSystemShows)
 {
-    std::atomic<std::uint32_t> id{0};
+    struct Seen
+    {
+        std::uint32_t id = 0;
+        int nice = 0;
+    } seen;
     Thread thread(
         [](void* data) -> unsigned
         {
-            static_cast<std::atomic<std::uint32_t>*>(data)->store(Thread::GetCurrentId());
+            auto& mine = *static_cast<Seen*>(data);
+            mine.id = Thread::GetCurrentId();
+            mine.nice = getpriority(PRIO_PROCESS, mine.id);
             return 0;
         },
-        &id, false);
+        &seen, false);
+    // Whether this user may lower a thread and raise it again.
+    const int usual = getpriority(PRIO_PROCESS, 0);
+    bool mayRaise = false;
+    std::thread(
+        [&]
+        {
+            const auto self = Thread::GetCurrentId();
+            mayRaise = setpriority(PRIO_PROCESS, self, usual + 1) == 0 && setpriority(PRIO_PROCESS, self, usual) == 0;
+        })
+        .join();
     EXPECT_EQ(thread.GetPriority(), Thread::PriorityNormal);
     const struct
     {
@@ -505,7 +551,8 @@ TEST(Thread, HasAPriorityAndANameThatTheSystemShows)
     ASSERT_FALSE(task.empty());
     thread.Resume();
     EXPECT_TRUE(thread.Lock(patience));
-    EXPECT_EQ(std::to_string(id), task);
+    EXPECT_EQ(std::to_string(seen.id), task);
+    EXPECT_EQ(seen.nice, mayRaise ? std::min(usual + 10, 19) : usual);
     EXPECT_EQ(thread.GetPriority(), Thread::PriorityLowest) << "still known";
 }
 

@@ -69,7 +69,6 @@
 // Maths and display helpers
 #include <Bedrock/maths/Color.h>
 #include <Bedrock/maths/Console.h>
-#include <Bedrock/maths/ConsoleBitmap.h>
 #include <Bedrock/maths/LCRand.h>
 #include <Bedrock/maths/Matrix3.h>
 #include <Bedrock/maths/Matrix4.h>
@@ -80,5 +79,6 @@
 
 // Bitmaps
 #include <Bedrock/bitmap/Bitmap.h>
+#include <Bedrock/bitmap/ConsoleBitmap.h>
 #include <Bedrock/bitmap/ImageProcessing.h>
 #include <Bedrock/bitmap/PackedColor.h>

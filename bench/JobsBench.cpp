@@ -119,10 +119,12 @@ public:
     void Add()
     {
         auto* task = new Task;
-        arena.enqueue([this, task] {
-            task->Process();
-            done.push(task);
-        });
+        arena.enqueue(
+            [this, task]
+            {
+                task->Process();
+                done.push(task);
+            });
     }
     void Update()
     {

@@ -11,7 +11,7 @@ namespace Zem
 
 /// A small text screen in memory: rows of one width in a ring, a cursor, printing that wraps and scrolls. What it holds
 /// shows nowhere until it is copied out: into the memory of a monochrome adapter, or a buffer of that layout, by the two
-/// blits; into a bitmap by `DrawConsole` (`Bedrock/maths/ConsoleBitmap.h`).
+/// blits; into a bitmap by `DrawConsole` (`Bedrock/bitmap/ConsoleBitmap.h`).
 ///
 ///     Console console;
 ///     console.Init({40, 10});

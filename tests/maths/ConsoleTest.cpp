@@ -1,6 +1,6 @@
 // The text console against a model that scrolls lines of text, and its pictures against the font.
 
-#include <Bedrock/maths/ConsoleBitmap.h>
+#include <Bedrock/bitmap/ConsoleBitmap.h>
 
 #include "support/Support.h"
 

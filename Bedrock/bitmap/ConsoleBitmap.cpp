@@ -1,4 +1,4 @@
-#include <Bedrock/maths/ConsoleBitmap.h>
+#include <Bedrock/bitmap/ConsoleBitmap.h>
 
 #include <bit>
 

@@ -75,6 +75,7 @@ TEST(BlockReader, ShowsTheStructureItReads)
         {"nested blocks that are skipped", "a\n{\nb\n{\nc\n}\n}\nd\n", "a{b{c}} d", "a d"},
         {"carriage returns", "a 1\r\nb\r\n{\r\nc\r\n}\r\n", "a(1) b{c}", "a(1) b"},
         {"no line end at the end", "a 1", "a(1)", "a(1)"},
+        {"nor behind a quote", "a \"1 2\"", "a(1 2)", "a(1 2)"},
         {"a block that never ends", "a\n{\nb\n", "a{b}", "a"},
     };
     for (const auto& row : rows)

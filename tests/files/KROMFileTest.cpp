@@ -184,6 +184,26 @@ TEST(KROMFile, MeasuresAnyTree)
     }
 }
 
+// A size field at every place around the end of the buffer, so that a part of it is on disk and a part is not.
+TEST(KROMFile, FillsInASizeAcrossTheEndOfTheBuffer)
+{
+    const ::Test::Directory directory;
+    for (std::uint32_t bytes = 16384 - 48; bytes < 16384; ++bytes)
+    {
+        {
+            KROMFile file;
+            Open(file, create);
+            KROMWriteHeader header(file, 1);
+            file.WriteBlock(2, bytes, std::string(bytes, 'x').data());
+            KROMWriteBlock block(file, 0xFFFFFFFF);
+            file.Write(std::string(0x304, 'y').data(), 0x304, 1);
+        }
+        ASSERT_TRUE(Stored() ==
+                    Header(1, Block(2, std::string(bytes, 'x')) + Block(0xFFFFFFFF, std::string(0x304, 'y'))))
+            << bytes;
+    }
+}
+
 TEST(KROMFile, TellsWhatAHeaderIs)
 {
     const struct

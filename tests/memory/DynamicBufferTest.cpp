@@ -226,6 +226,11 @@ TEST(DynamicBuffer, ReadsOnlyWhatIsThere)
     EXPECT_EQ(in.GetCurrentPos(), bytes.size() - 1);
 
     DynamicBuffer out;
+    out.Write(String("abcd"));
+    out.Rewind();
+    out.SetSize(7);
+    EXPECT_FALSE(out.Read(text)) << "its last byte is in the block, and no data";
+    out.Reset();
     out.Write(String());
     out.Rewind();
     EXPECT_TRUE(out.Read(text));

@@ -36,7 +36,8 @@ unsigned int Stream(void* texture)
 int Run(void* data)
 {
     const auto& arguments = *static_cast<Arguments*>(data);
-    Options options;
+    OS os(nullptr, nullptr, nullptr);
+    Options& options = *os.GetOptions();
     options.Init("Host", arguments.count, arguments.texts);
     Log::Init(&options);
     LogClient* client = Log::GetClient("Host");

@@ -339,6 +339,42 @@ TEST(Jobs, AJobThatFailsEndsTheWorkerAndNothingElse)
     ExceptionHandler::SetAssertions(true);
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they take processor faults for themselves
+TEST(Jobs, AProcessorFaultEndsTheWorkerAndNothingElse)
+{
+    ExceptionHandler::SetAssertions(false);
+    Jobs jobs;
+    jobs.Init(nullptr);
+    int handed = 0;
+    static int* volatile nowhere = nullptr;
+    jobs.Add(new Calls([] {}, [&handed] { ++handed; }));
+    jobs.Add(new Calls([] { *nowhere = 1; }, [&handed] { ++handed; }));
+    jobs.Add(new Calls([] {}, [&handed] { ++handed; }));
+    ASSERT_TRUE(Until(
+        [&]
+        {
+            jobs.Update();
+            return handed == 1 && !jobs.IsActive();
+        }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the worker has come to the fault now, if not before
+    ASSERT_TRUE(Until([&] { return !jobs.IsActive(); }));
+    jobs.Update();
+    EXPECT_EQ(handed, 1);
+    jobs.Done();
+
+    Jobs next; // a worker that starts afterwards is as good as ever
+    next.Init(nullptr);
+    next.Add(new Calls([] {}, [&handed] { ++handed; }));
+    ASSERT_TRUE(Until(
+        [&]
+        {
+            next.Update();
+            return handed == 2;
+        }));
+    ExceptionHandler::SetAssertions(true);
+}
+#endif
+
 TEST(Jobs, TheConsolesTellWhatHappens)
 {
     Options options;

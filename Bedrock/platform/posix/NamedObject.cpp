@@ -175,6 +175,18 @@ bool CanUnmap(NamedObject& object)
     return result == EOWNERDEAD || object.owner != ThreadIdentity();
 }
 
+void CloseFile(NamedObject& object)
+{
+    if (object.file < 0)
+        return;
+    const NamedFile::Gate gate;
+    if (gate.IsHeld())
+        NamedFile::Close(object.file, object.path);
+    else
+        close(object.file);
+    object.file = -1;
+}
+
 // Lets go of what nobody uses any more, with the names locked.
 void SweepNames()
 {
@@ -187,12 +199,8 @@ void SweepNames()
             continue;
         }
         *link = object->nextNamed;
-        const NamedFile::Gate gate;
         munmap(object->segment, sizeof(NamedSegment));
-        if (gate.IsHeld())
-            NamedFile::Close(object->file, object->path);
-        else
-            close(object->file);
+        CloseFile(*object);
         std::free(object);
     }
 }
@@ -270,9 +278,8 @@ void CloseNames() noexcept
     const SuspendGuard suspension;
     const LockGuard guard(namesLock);
     SweepNames();
-    const NamedFile::Gate gate;
-    for (; names && gate.IsHeld(); names = names->nextNamed)
-        NamedFile::Close(names->file, names->path);
+    for (NamedObject* object = names; object; object = object->nextNamed)
+        CloseFile(*object);
 }
 
 bool ReleaseNamedMutex(NamedObject& object) noexcept

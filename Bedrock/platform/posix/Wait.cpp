@@ -240,8 +240,8 @@ public:
     DispatcherGuard& operator=(const DispatcherGuard&) = delete;
 
 private:
+    const SuspendGuard suspension; // before the lock, and after it
     const bool isHeld;
-    const SuspendGuard suspension;
 };
 
 // Holds the dispatcher lock, and wakes after it is released whoever was served meanwhile.

@@ -191,7 +191,7 @@ TEST_P(Waits, AnswerAsAModelOfNumbers)
     Semaphore semaphore(2, 5, name(1));
     WEvent once(false, false, name(2)), manual(true, false, name(3));
     WEvent mayEnd(true);
-    const auto body = [](void* data) -> unsigned { return static_cast<WEvent*>(data)->Lock() ? 17 : 18; };
+    const auto body = [](void* data) -> unsigned { return static_cast<WEvent*>(data)->Lock(600000) ? 17 : 18; };
     std::unique_ptr<Zem::Thread> thread;
     SyncObject* objects[] = {&mutex, &semaphore, &once, &manual, nullptr};
     int depth = 0, count = 2;

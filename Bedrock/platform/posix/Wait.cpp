@@ -43,11 +43,11 @@ constexpr std::uintptr_t Slow = 1;      // in a word: only the holder of the dis
 constexpr std::uintptr_t LeftOwner = 2; // in a mutex's word: its owner ended
 constexpr std::uintptr_t One = 2;       // in the word of a semaphore or event: one signal
 
-// Most looks at the own word before going to sleep: an answer of another thread that is at it already comes within a
-// microsecond or two, a sleep costs several. A thread whose looks find nothing, because what it waits for takes long or
-// the processors have other work, looks half as often the next time, and now and then tries again.
-constexpr std::uint32_t SpinTurns = 60;
-constexpr std::uint32_t TryAgain = 32; // waits
+// Most looks at the own word before going to sleep: about as long as it takes to wake a thread on a processor that has
+// gone to rest, which is ten microseconds and more. A thread whose looks find nothing, because what it waits for takes
+// long or the processors have other work, looks a quarter as often the next time, and now and then tries again.
+constexpr std::uint32_t SpinTurns = 1000;
+constexpr std::uint32_t TryAgain = 256; // waits
 
 // How far a wait is.
 constexpr std::uint32_t Awake = 0;
@@ -376,17 +376,13 @@ bool SleepUntilDone(Wait& wait, const timespec* deadline)
         }
         EaseProcessor();
     }
-    mine.turns = turns / 2;
-    // A sleep that has an end comes back after a signal, where one without would go on; so the thread also serves a signal
-    // that a tool holds back until then.
-    constexpr timespec never = {0x7FFFFFFF, 0};
-    const timespec* until = deadline ? deadline : &never;
+    mine.turns = turns / 4;
     std::uint32_t state = Awake;
     if (!wait.done.compare_exchange_strong(state, Asleep, std::memory_order_acq_rel, std::memory_order_acquire))
         return true;
     while (wait.done.load(std::memory_order_acquire) != Done)
     {
-        const long result = Futex(reinterpret_cast<std::uint32_t*>(&wait.done), FUTEX_WAIT_BITSET, Asleep, until);
+        const long result = Futex(reinterpret_cast<std::uint32_t*>(&wait.done), FUTEX_WAIT_BITSET, Asleep, deadline);
         if (result != 0 && errno == ETIMEDOUT)
             return false;
     }

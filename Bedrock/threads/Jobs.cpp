@@ -2,6 +2,7 @@
 
 #include <Bedrock/host/ExceptionHandler.h>
 #include <Bedrock/host/Options.h>
+#include <Bedrock/platform/Pause.h>
 #include <Bedrock/threads/MultiLock.h>
 #include <Bedrock/threads/SingleLock.h>
 #include <Bedrock/threads/Thread.h>
@@ -10,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace Zem
 {
@@ -18,6 +20,7 @@ namespace
 {
 
 constexpr int mostCounts = 0x7FFFFFFF;
+constexpr int breathingTurns = 200; // some five microseconds
 
 // Where each console stands in the display, in cells.
 constexpr int displayRow = 28;
@@ -63,13 +66,14 @@ void Job::Dispatch()
         parent->Unlock();
 }
 
-Jobs::Jobs() noexcept : queueCount(0, mostCounts), doneCount(0, mostCounts)
+Jobs::Jobs() noexcept : doneCount(0, mostCounts)
 {
 }
 
 Jobs::~Jobs()
 {
     Done();
+    DeleteAll(taken);
     DeleteAll(queue);
     DeleteAll(pending);
     DeleteAll(done);
@@ -99,6 +103,7 @@ void Jobs::Init(Options* options) noexcept
             Show(kind);
         }
     consoleOn = wanted;
+    ending.store(false, std::memory_order_relaxed);
     thread = new Thread(Run, this, false); // it looks at `thread`, so it starts after that is set
     if (!thread)
         return;
@@ -108,12 +113,15 @@ void Jobs::Init(Options* options) noexcept
 
 void Jobs::Add(Job* job) noexcept
 {
+    bool wasEmpty;
     {
         SingleLock lock(&queueLock, true);
+        wasEmpty = queue.Count() == 0;
         queue.AddTail(job);
         List(QueueConsole, queue);
     }
-    queueCount.Unlock();
+    if (wasEmpty)
+        queueFilled.Set();
 }
 
 void Jobs::Update()
@@ -147,6 +155,7 @@ void Jobs::Done() noexcept
     if (!thread)
         return;
     Say("Terminating Thread...\n");
+    ending.store(true, std::memory_order_relaxed);
     delete thread; // signals its quit event and waits
     thread = nullptr;
     Say("Jobs Done.\n");
@@ -187,38 +196,50 @@ void Jobs::Work()
         SingleLock lock(&doneLock, true);
         List(DoneConsole, done);
     }
-    SyncObject* objects[] = {thread, &queueCount}; // the quit event first: jobs that still wait stay where they are
+    SyncObject* objects[] = {thread, &queueFilled};
     MultiLock wait(objects, 2, false);
     for (;;)
     {
         active.store(false, std::memory_order_release);
-        if (consoleOn && queueCount.IsLocked())
+        if (consoleOn)
             Say("Waiting...\n");
         if (wait.Lock(SyncObject::Forever, false) != MultiLock::Signalled + 1)
             break;
-        active.store(true, std::memory_order_release);
-        ProcessNext();
-        for (DLListNode* node = pending.Head(); node;)
+        while (!ending.load(std::memory_order_relaxed) && TakeQueue())
         {
-            Job* job = ToJob(node);
-            node = node->Next();
-            if (!job->IsDone())
-                continue;
-            pending.Remove(job);
-            Finish(job);
+            Job* job = TakeFirst(taken);
+            Process(job);
+            FinishPending();
+            if (!taken.Head()) // who adds many gets ahead, and so neither waits for the other at every job
+                for (int turn = 0; turn < breathingTurns; ++turn)
+                    Platform::PauseTurn(0);
         }
     }
     Say("Job Thread Ended.\n");
 }
 
-void Jobs::ProcessNext()
+// Sees to it that `taken` has the next job; false if there is none. With the consoles on it takes one job at a time, since
+// they show what waits.
+bool Jobs::TakeQueue() noexcept
 {
-    Job* job;
+    if (taken.Head())
+        return true;
+    SingleLock lock(&queueLock, true);
+    if (queue.Count() == 0)
+        return false;
+    active.store(true, std::memory_order_release);
+    if (consoleOn)
     {
-        SingleLock lock(&queueLock, true);
-        job = TakeFirst(queue);
+        taken.AddTail(TakeFirst(queue));
         List(QueueConsole, queue);
     }
+    else
+        taken = std::exchange(queue, NodeList());
+    return true;
+}
+
+void Jobs::Process(Job* job)
+{
     if (consoleOn)
         Say("Processing Job: %s\n", job->GetName());
     pending.AddTail(job); // there it is the object's to delete, should it not come back from here
@@ -233,6 +254,19 @@ void Jobs::ProcessNext()
     }
     pending.Remove(job);
     Finish(job);
+}
+
+void Jobs::FinishPending() noexcept
+{
+    for (DLListNode* node = pending.Head(); node;)
+    {
+        Job* job = ToJob(node);
+        node = node->Next();
+        if (!job->IsDone())
+            continue;
+        pending.Remove(job);
+        Finish(job);
+    }
 }
 
 void Jobs::Finish(Job* job) noexcept

@@ -6,6 +6,7 @@
 #include <Bedrock/threads/CriticalSection.h>
 #include <Bedrock/threads/Job.h>
 #include <Bedrock/threads/Semaphore.h>
+#include <Bedrock/threads/WEvent.h>
 
 #include <atomic>
 #include <cstdint>
@@ -83,7 +84,9 @@ private:
     static unsigned int Run(void* jobs);
     static int Work(void* jobs);
     void Work();
-    void ProcessNext();
+    bool TakeQueue() noexcept;
+    void Process(Job* job);
+    void FinishPending() noexcept;
     void Finish(Job* job) noexcept;
     static Job* TakeFirst(NodeList& list) noexcept;
 
@@ -93,7 +96,8 @@ private:
 
     NodeList queue;
     CriticalSection queueLock;
-    Semaphore queueCount; // one for each job in the queue
+    WEvent queueFilled; // set by the `Add` that finds the queue empty
+    NodeList taken;     // the worker's own, next in turn: it takes the whole queue at once
     NodeList done;
     CriticalSection doneLock; // held for an append, so waiting for it is short
     Semaphore doneCount;      // one for each finish that `Update` has not looked at
@@ -106,6 +110,7 @@ private:
     bool ownsDisplay = false;
     std::uint8_t* display = nullptr;
     std::atomic<bool> active{false};
+    std::atomic<bool> ending{false}; // `Done` waits
 };
 
 } // namespace Zem

@@ -25,13 +25,14 @@ class ZEM_API Job : public DLListNode
 {
     ZEM_HEAP_OPERATORS
 public:
-    /// `parent` must not have been dispatched; it waits for this job from now on.
+    /// `parent`, if any, waits for this job from now on. It must be known to be open still: make its children before it is
+    /// added, in its own `Process`, or while another child of it has not been dispatched.
     explicit Job(Job* parent = nullptr) noexcept;
     Job(const Job&) = delete;
     Job& operator=(const Job&) = delete;
     virtual ~Job();
 
-    /// For the display, on any thread while the job waits: "Unknown" unless overridden.
+    /// For the consoles, on any thread, inside locks of `Jobs`: "Unknown" unless overridden. An override must not throw.
     virtual const char* GetName();
 
     /// How far it is, in a unit of the job's own; 0 at first. Any thread.
@@ -41,7 +42,7 @@ protected:
     /// The work, on the worker. What it throws is reported there, and ends the worker.
     virtual void Process();
     /// The hand-over, on the thread of `Jobs::Update`. An override of a job with a parent calls this one, which lets go of
-    /// the parent.
+    /// the parent, even if it throws then: a parent that is never let go stays pending.
     virtual void Dispatch();
 
     /// For `Process`.

@@ -73,12 +73,19 @@ Jobs::Jobs() noexcept : doneCount(0, mostCounts)
 Jobs::~Jobs()
 {
     Done();
-    DeleteAll(taken);
     DeleteAll(queue);
+    DeleteAll(started);
     DeleteAll(pending);
     DeleteAll(done);
+    SetDisplay(nullptr);
+}
+
+void Jobs::SetDisplay(void* memory) noexcept
+{
     if (ownsDisplay)
         Alloc::Delete(display);
+    ownsDisplay = false;
+    display = static_cast<std::uint8_t*>(memory);
 }
 
 void Jobs::Init(Options* options) noexcept
@@ -104,6 +111,7 @@ void Jobs::Init(Options* options) noexcept
         }
     consoleOn = wanted;
     ending.store(false, std::memory_order_relaxed);
+    queueFilled.Set();                     // an earlier worker may have left jobs and taken the signal
     thread = new Thread(Run, this, false); // it looks at `thread`, so it starts after that is set
     if (!thread)
         return;
@@ -158,6 +166,15 @@ void Jobs::Done() noexcept
     ending.store(true, std::memory_order_relaxed);
     delete thread; // signals its quit event and waits
     thread = nullptr;
+    active.store(false, std::memory_order_release); // also if a job has ended the thread by itself
+    {
+        SingleLock lock(&queueLock, true);
+        while (DLListNode* last = taken.Tail())
+        {
+            taken.Remove(last);
+            queue.AddHead(last);
+        }
+    }
     Say("Jobs Done.\n");
     SingleLock lock(&consoleLock, true);
     for (Console& console : consoles)
@@ -198,15 +215,18 @@ void Jobs::Work()
     }
     SyncObject* objects[] = {thread, &queueFilled};
     MultiLock wait(objects, 2, false);
+    bool worked = true;
     for (;;)
     {
         active.store(false, std::memory_order_release);
-        if (consoleOn)
+        if (worked) // it may wake for jobs that it has processed already
             Say("Waiting...\n");
         if (wait.Lock(SyncObject::Forever, false) != MultiLock::Signalled + 1)
             break;
+        worked = false;
         while (!ending.load(std::memory_order_relaxed) && TakeQueue())
         {
+            worked = true;
             Job* job = TakeFirst(taken);
             Process(job);
             FinishPending();
@@ -242,18 +262,16 @@ void Jobs::Process(Job* job)
 {
     if (consoleOn)
         Say("Processing Job: %s\n", job->GetName());
-    pending.AddTail(job); // there it is the object's to delete, should it not come back from here
+    started.AddTail(job); // there it is the object's to delete, should it not come back from here
     const std::uint32_t start = consoleOn ? Time::Ms() : 0;
     job->Process();
     job->milliseconds = consoleOn ? Time::Ms() - start : 0;
-    if (!job->IsDone())
-    {
-        if (consoleOn)
-            Say("Job Pending: %s\n", job->GetName());
-        return;
-    }
-    pending.Remove(job);
-    Finish(job);
+    started.Remove(job);
+    if (job->IsDone())
+        return Finish(job);
+    if (consoleOn)
+        Say("Job Pending: %s\n", job->GetName());
+    pending.AddTail(job);
 }
 
 void Jobs::FinishPending() noexcept

@@ -31,7 +31,7 @@ class Thread;
 /// its last child's dispatch and one further job.
 ///
 /// A job that fails (throws, or faults) is reported like any failure of a thread and ends the worker: later jobs stay in
-/// the queue. `IsActive` is false from then on, and `Done` returns at once.
+/// the queue. `IsActive` is false from then on, and `Done` returns at once. The job that failed is never dispatched.
 ///
 /// Threads: `Add`, `IsActive` and `CopyConsole` on any, also within `Process` and `Dispatch`; the rest on the owner's.
 class ZEM_API Jobs
@@ -54,30 +54,34 @@ public:
     /// `Done`, and deletes the jobs that are still here, undispatched.
     ~Jobs();
 
-    /// Where the consoles are drawn, `displaySize` bytes that the caller keeps until `Done`; set it before `Init`. It
-    /// changes at any time, like an adapter's memory. Null, as at first: memory of its own.
-    void SetDisplay(void* memory) noexcept { display = static_cast<std::uint8_t*>(memory); }
-    /// The display's memory; null until `Init` if none was set, and with the consoles off.
+    /// Where the consoles are drawn, `displaySize` bytes that the caller keeps until `Done`; set it while no worker runs.
+    /// It changes at any time, like an adapter's memory. Null, as at first: memory of its own, from `Init` on.
+    void SetDisplay(void* memory) noexcept;
+    /// The display's memory; null if none was set and the consoles have never been on.
     const std::uint8_t* GetDisplay() const noexcept { return display; }
 
-    /// Reads "JobsConsole" (default off; `options` may be null) and starts the worker. A second call without `Done` between
-    /// does nothing.
+    /// Reads "JobsConsole" (default off; `options` may be null) and starts the worker, which goes on with the jobs that are
+    /// in the queue. A second call without `Done` between does nothing. Without memory or a thread for the worker the jobs
+    /// stay in the queue.
     void Init(Options* options) noexcept;
 
     /// Takes a job, which must not be null and not be here, into the queue.
     void Add(Job* job) noexcept;
 
-    /// Dispatches and deletes everything that is finished; with nothing finished it waits for 1 millisecond. At most 6
-    /// milliseconds pass outside of `Dispatch`. What a `Dispatch` throws passes through; that job is deleted too.
+    /// Dispatches and deletes everything that is finished; with nothing finished it waits for up to 1 millisecond. At most 6
+    /// milliseconds pass outside of `Dispatch`. A worker that finishes a job meanwhile waits. What a `Dispatch` throws passes
+    /// through; that job is deleted too, and the others are left to the next call.
     void Update();
 
-    /// Ends the worker behind the job in hand. Jobs that are queued, pending or finished stay, and go with the object.
+    /// Ends the worker behind the job in hand. Jobs that are queued, pending or finished stay, and go with the object or on
+    /// after the next `Init`; `Update` may still hand over the finished ones. Not within a `Dispatch`: the worker may wait for
+    /// its end.
     void Done() noexcept;
 
     /// True while the worker processes jobs, false while it waits.
     bool IsActive() const noexcept { return active.load(std::memory_order_acquire); }
 
-    /// Makes `copy` show what the console shows now. False with the consoles off.
+    /// Makes `copy` show what the console shows now. False with the consoles off or on an exhausted heap, `copy` unchanged.
     bool CopyConsole(ConsoleKind kind, Console& copy) noexcept;
 
 private:
@@ -97,11 +101,12 @@ private:
     NodeList queue;
     CriticalSection queueLock;
     WEvent queueFilled; // set by the `Add` that finds the queue empty
-    NodeList taken;     // the worker's own, next in turn: it takes the whole queue at once
+    NodeList taken;     // the worker's own, before the queue: it takes all of that at once; `Done` puts the rest back
     NodeList done;
-    CriticalSection doneLock; // held for an append, so waiting for it is short
+    CriticalSection doneLock; // the worker holds it for an append only, so `Update` waits for it briefly
     Semaphore doneCount;      // one for each finish that `Update` has not looked at
-    NodeList pending;         // the worker's own
+    NodeList started;         // the worker's own: the job in hand, and those that failed
+    NodeList pending;         // the worker's own: processed, with children open
 
     Thread* thread = nullptr;
     Console consoles[3];

@@ -304,6 +304,60 @@ TEST(Jobs, DoneLeavesQueuedJobsAndTheObjectDeletesThem)
     EXPECT_EQ(deleted, 6);
 }
 
+TEST(Jobs, ALaterWorkerGoesOnWithTheQueue)
+{
+    ExceptionHandler::SetAssertions(false);
+    for (const char* option : {"", "-JobsConsole"}) // with the consoles it takes one job at a time
+        for (const bool fails : {false, true})
+        {
+            SCOPED_TRACE(testing::Message() << option << " fails " << fails);
+            Options options;
+            options.Init("JobsTest", option);
+            WEvent started, release;
+            std::vector<int> handed;
+            int failed = 0;
+            {
+                std::vector<std::uint8_t> display(Jobs::displaySize); // goes before the object does
+                Jobs jobs;
+                jobs.Init(&options); // draws into memory of its own
+                jobs.Add(new Calls(
+                    [&]
+                    {
+                        started.Set();
+                        release.Lock();
+                        if (fails)
+                            throw Exception();
+                    },
+                    [&] { handed.push_back(0); }, [&] { ++failed; }));
+                for (int i = 1; i < 4; ++i)
+                    jobs.Add(new Calls([] {}, [&handed, i] { handed.push_back(i); }));
+                started.Lock();
+                std::thread releaser(
+                    [&]
+                    {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(10)); // `Done` waits meanwhile
+                        release.Set();
+                    });
+                jobs.Done();
+                releaser.join();
+                jobs.SetDisplay(display.data());
+                jobs.Init(&options);
+                ASSERT_TRUE(Until(
+                    [&]
+                    {
+                        jobs.Update();
+                        return handed.size() == (fails ? 3u : 4u);
+                    }));
+                jobs.Done();
+                EXPECT_EQ(handed, fails ? (std::vector<int>{1, 2, 3}) : (std::vector<int>{0, 1, 2, 3}));
+                EXPECT_EQ(failed, fails ? 0 : 1);
+                EXPECT_EQ(jobs.GetDisplay(), display.data());
+            }
+            EXPECT_EQ(failed, 1);
+        }
+    ExceptionHandler::SetAssertions(true);
+}
+
 TEST(Jobs, AJobThatFailsEndsTheWorkerAndNothingElse)
 {
     ExceptionHandler::SetAssertions(false); // no report on the screen

@@ -50,6 +50,7 @@ public:
     void Print(const char* text) noexcept;
     /// Prints `c` `count` times, "\n" as a character like others. Nothing if `count` is not above 0.
     void Print(char c, int count) noexcept;
+    void Print(unsigned char c, int count) = delete; // would be printed as a number
     /// Writes the last `field` decimal digits of `value` right-aligned into the `field` cells behind the cursor's own, with
     /// blanks in front; 0 is all blanks. The cursor stays. Cells that lie outside the console are left out, and a negative
     /// `value` writes blanks.
@@ -58,7 +59,9 @@ public:
     /// `value` is limited to 0 to 2 `total`.
     void Bar(int value, int total) noexcept;
 
-    /// Puts the cursor into column `x` of shown row `y`, both from 0; limited to the console.
+    /// Puts the cursor into column `x` of shown row `y`, both from 0; limited to the console. Meant for printing within that
+    /// row: on a console that has scrolled, a new line may scroll from rows above the last too. The first row shown comes to
+    /// stand last then, and the one that the cursor comes to is cleared.
     void Goto(int x, int y) noexcept;
 
     /// Writes the characters into a text screen of 80 columns at `address`, 2 bytes a cell and 160 a row; the attribute

@@ -111,6 +111,50 @@ TEST(Console, RandomPrintingMatchesAScrollingScreen)
     }
 }
 
+// The ring as it is: a new line clears a row only where it meets the rows that are shown from the top.
+TEST(Console, NewLinesFromAnywhereKeepToTheRing)
+{
+    std::mt19937_64 random = ::Test::Random(76);
+    for (int run = 0; run < 200; ++run)
+    {
+        const int width = 1 + static_cast<int>(random() % 5), height = 1 + static_cast<int>(random() % 6);
+        Console console;
+        console.Init({width, height});
+        std::vector<std::string> rows(height, std::string(width, ' '));
+        int top = 0, row = 0, x = 0;
+        for (int step = 0; step < 80; ++step)
+        {
+            const char c = static_cast<char>('a' + random() % 26);
+            const auto what = random() % 8;
+            if (what == 0)
+            {
+                x = static_cast<int>(random() % width);
+                row = static_cast<int>(random() % height);
+                console.Goto(x, row);
+                row = (top + row) % height;
+            }
+            else if (what < 6)
+                console.Print(c, 1), rows[row][x++] = c;
+            else
+                console.Print("\n"), x = width;
+            if (x == width)
+            {
+                x = 0;
+                row = (row + 1) % height;
+                if (row <= top)
+                {
+                    top = (top + 1) % height;
+                    rows[row].assign(width, ' ');
+                }
+            }
+            std::string shown;
+            for (int y = 0; y < height; ++y)
+                shown += rows[(top + y) % height] + '|';
+            ASSERT_EQ(Shown(console), shown) << "run " << run << " step " << step;
+        }
+    }
+}
+
 TEST(Console, NumbersAndBarsFillTheirCells)
 {
     Console console;

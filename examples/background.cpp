@@ -33,7 +33,14 @@ public:
 protected:
     void Process() override
     {
-        image.Load(PString(path), PString(), false);
+        try
+        {
+            image.Load(PString(path), PString(), false);
+        }
+        catch (const FileEx& failure) // it would end the worker, and with it the wait for the gallery
+        {
+            std::printf("%s: %s\n", static_cast<const char*>(name), failure.Reason());
+        }
         Time::Delay(20); // stands for a larger image
     }
     void Dispatch() override

@@ -266,9 +266,9 @@ int Run(void* data)
     Note("the window is open, %d bits a pixel", window.GetHostBitsPerPixel());
 
     // 5. The worker, and its work.
+    Demo::Content content; // outlives the jobs
     Jobs jobs;
     jobs.Init(&options);
-    Demo::Content content;
     Demo::QueueLoading(jobs, content);
     Note("the worker has %d images to load", content.wanted);
 

@@ -44,7 +44,7 @@ int Run(void* data)
     if (LogClient::Wants(client, LogClient::Warn))
         client->Write(LogClient::Warn, "the host starts");
 
-    int slot = 4;
+    static int slot = 4; // outlives this function: hooks also run when a failure has taken it down
     const unsigned int hook = ExceptionHandler::AddCriticalShutdown(SaveGame, &slot);
 
     int level;

@@ -63,7 +63,8 @@ public:
 
     /// Adds an emergency hook: `function(data)` is called when a frame ends by a failure, the hook added last first, and
     /// again at the next failure. A hook that fails ends the run of hooks. It runs where the program broke: it saves what
-    /// it can and waits for nobody. Its result is not used.
+    /// it can and waits for nobody. After an exception the objects of the function under `Main` are gone already, so `data`
+    /// outlives them, or their destructor removes the hook. The result of `function` is not used.
     /// Returns: the hook's id; 0 if there is no memory, and then it is not added.
     static unsigned int AddCriticalShutdown(int (*function)(void*), void* data) noexcept;
 

@@ -29,7 +29,6 @@ namespace Zem
 /// An `Events` and its events belong to one thread at a time.
 class ZEM_API Events
 {
-    ZEM_HEAP_OPERATORS
 public:
     /// A callback with a time. Events are freed as plain blocks through `Alloc::Delete`, without a destructor: make them
     /// with `new`, and let a derived class hold nothing that must be destroyed.
@@ -58,12 +57,11 @@ public:
         void UpdateNext() noexcept;
 
     private:
-        friend class Events;
-
         std::uint32_t interval;
         std::uint32_t id = 0;
         std::uint32_t nextTime;
 
+    public: // for `Events` alone
         enum Place : std::uint8_t
         {
             Nowhere, // or on the removed list
@@ -105,6 +103,7 @@ private:
     struct Firing;
 
     Event* First() const noexcept;
+    bool IsScheduled(const Event* event) const noexcept;
     void Schedule(Event* event) noexcept;
     void Unschedule(Event* event) noexcept;
     void BringAhead(const Event* event) noexcept;

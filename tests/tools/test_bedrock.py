@@ -127,6 +127,44 @@ class Usage(ToolTest):
                 self.run_tool(*arguments, exit=3, says='No such file or directory')
         self.assertEqual(os.listdir('.'), [])
 
+    def test_folders_are_no_files(self):
+        os.mkdir('folder.tga')
+        planet = os.path.join(ASSETS, 'planet.tga')
+        for arguments in [('image', 'info', 'folder.tga'), ('image', 'draw', planet, 'x.tga', '--shapes', 'folder.tga'),
+                          ('chunk', 'dump', 'folder.tga'), ('block', 'dump', 'folder.tga'),
+                          ('options', '--source', 'file:folder.tga')]:
+            with self.subTest(arguments=arguments):
+                self.run_tool(*arguments, exit=3, says='folder.tga: cannot open: is a folder')
+        self.assertEqual(os.listdir('.'), ['folder.tga'])
+
+    @unittest.skipIf(not shutil.which('setpriv') or os.geteuid() != 0, 'only root can give its rights up')
+    def test_what_may_not_be_read_or_written_ends_with_3(self):
+        planet = os.path.join(ASSETS, 'planet.tga')
+        self.write('secret.tga', self.read(planet))
+        self.run_tool('archive', 'create', 'a.arc', 'secret.tga')
+        before = self.read('a.arc')
+        os.mkdir('closed')
+        os.chmod('secret.tga', 0)
+        for path in (self.home, 'closed'):
+            os.chmod(path, 0o755)
+        program = shutil.copy(BEDROCK, 'bedrock')
+        libraries = subprocess.run(['ldd', BEDROCK], stdout=subprocess.PIPE, check=True).stdout.decode()
+        found = [line.split()[2] for line in libraries.splitlines() if 'libBedrock' in line]
+        for library in found:
+            shutil.copy(library, '.')
+        for arguments, says in [(('image', 'info', 'secret.tga'), 'secret.tga: cannot open'),
+                                (('chunk', 'dump', 'secret.tga'), 'secret.tga: cannot open'),
+                                (('options', '--source', 'file:secret.tga'), 'secret.tga: cannot open'),
+                                (('archive', 'add', 'a.arc', 'bedrock'), 'a.arc: cannot open for writing'),
+                                (('stream', 'compress', 'bedrock', 'pics:b', '--mount', 'pics=a.arc'), 'a.arc: cannot mount for writing (":ro" keeps writes out)'),
+                                (('archive', 'create', 'closed/b.arc', 'bedrock'), 'closed/b.arc: cannot create')]:
+            with self.subTest(arguments=arguments):
+                result = subprocess.run(['setpriv', '--reuid=65534', '--regid=65534', '--clear-groups', './' + program, *arguments],
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120, env={'LD_LIBRARY_PATH': '.'} | os.environ)
+                self.assertEqual((result.returncode, says + ': Permission denied' in result.stderr.decode()), (3, True), result.stderr)
+        self.assertEqual(self.read('a.arc'), before)
+        self.assertEqual(os.listdir('closed'), [])
+
     def test_a_full_disk_is_told(self):
         self.run_tool('archive', 'create', 'a.arc', ASSETS)
         with open('/dev/full', 'wb') as full:
@@ -436,6 +474,9 @@ class Images(ToolTest):
                 self.write('shapes.txt', shapes + b'\n')
                 self.run_tool('image', 'draw', planet, 'new.tga', '--shapes', 'shapes.txt', exit=1, says=says)
                 self.assertFalse(os.path.exists('new.tga'))
+        for value in ('nan', '-0.1', '2.1', '1x', ''):
+            self.run_tool('image', 'adjust', planet, 'new.tga', '--brightness', value, exit=2, says='--brightness')
+        self.assertFalse(os.path.exists('new.tga'))
         self.run_tool('image', 'scale', planet, 'new.tga', '--size', '100,64', exit=2, says='powers of two')
         self.run_tool('image', 'crop', planet, 'new.tga', '--rect', '200,0,100,5', exit=2, says='256 by 256')
 

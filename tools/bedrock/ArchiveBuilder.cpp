@@ -50,11 +50,11 @@ struct MemberHeader
 
 } // namespace
 
-ArchiveBuilder::ArchiveBuilder(const std::string& target)
-    : path(target), file(open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666))
+ArchiveBuilder::ArchiveBuilder(const std::string& path, const std::string& shownName)
+    : shown(shownName), file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666))
 {
     if (!file)
-        FailSystem(path, "cannot create", errno);
+        FailSystem(shown, "cannot create", errno);
     buffer.reserve(bufferSize + 2 * frameSize);
     Put(start, sizeof start);
 }
@@ -67,7 +67,7 @@ void ArchiveBuilder::WriteAt(std::uint64_t offset, const void* data, std::size_t
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0)
-            FailSystem(path, "cannot write", errno);
+            FailSystem(shown, "cannot write", errno);
         at += n;
         offset += static_cast<std::uint64_t>(n);
         size -= static_cast<std::size_t>(n);
@@ -84,7 +84,7 @@ void ArchiveBuilder::Flush()
 void ArchiveBuilder::Put(const void* data, std::size_t size)
 {
     if (flushed + buffer.size() + size > largestArchive)
-        Fail(Exit::Usage, path, "the archive would be larger than 4 GiB");
+        Fail(Exit::Usage, shown, "the archive would be larger than 4 GiB");
     const auto* bytes = static_cast<const unsigned char*>(data);
     buffer.insert(buffer.end(), bytes, bytes + size);
     if (buffer.size() >= bufferSize)
@@ -163,7 +163,7 @@ void ArchiveBuilder::Finish()
 {
     Flush();
     if (fsync(file.Get()) != 0)
-        FailSystem(path, "cannot write", errno);
+        FailSystem(shown, "cannot write", errno);
 }
 
 } // namespace Tool

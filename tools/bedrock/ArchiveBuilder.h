@@ -19,8 +19,8 @@ namespace Tool
 class ArchiveBuilder
 {
 public:
-    /// Creates the file `path`, which must not be there yet.
-    explicit ArchiveBuilder(const std::string& path);
+    /// Creates the file `path`, which must not be there yet. Messages call it `shownName`.
+    ArchiveBuilder(const std::string& path, const std::string& shownName);
 
     void Add(const Source& source, bool compress, Progress& progress);
 
@@ -34,7 +34,7 @@ private:
     void Flush();
     void WriteAt(std::uint64_t offset, const void* data, std::size_t size);
 
-    std::string path;
+    std::string shown;
     Descriptor file;
     std::vector<unsigned char> buffer; // bytes from offset `flushed` on that are not written yet
     std::uint64_t flushed = 0;

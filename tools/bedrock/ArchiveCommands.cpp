@@ -245,7 +245,7 @@ Exit ArchiveCreate(Mounts& mounts, const ArchiveOptions& options)
 
     {
         Progress progress(WorkOf(sources));
-        ArchiveBuilder builder(out.Path());
+        ArchiveBuilder builder(out.Path(), target);
         for (const Source& source : sources)
         {
             builder.Add(source, options.compress, progress);
@@ -267,6 +267,8 @@ Exit ArchiveAdd(Mounts& mounts, const ArchiveOptions& options)
     const ArchiveIndex before(path);
     if (before.WholeSize() != before.FileSize())
         Fail(Exit::Bad, options.archive, Torn(before) + "; run `bedrock archive repair` first");
+    if (access(path.c_str(), W_OK) != 0)
+        FailSystem(options.archive, "cannot open for writing", errno);
     std::vector<Source> sources = Collect(mounts, options.names, options.under, messages);
     std::erase_if(sources, [&](const Source& source) { return IsSameFile(path, source); });
 
@@ -498,7 +500,7 @@ Exit ArchiveTest(Mounts& mounts, const ArchiveOptions& options)
     else if (bad)
         std::printf("%s: %llu of %s bad\n", Shown(options.archive).c_str(), static_cast<unsigned long long>(bad),
                     Count(tested, "member").c_str());
-    else
+    else if (tested || messages.Worst() == Exit::Done)
         std::printf("%s: %s tested, all good%s\n", Shown(options.archive).c_str(), Count(tested, "member").c_str(),
                     torn ? ", but the end is torn" : "");
     return messages.Worst();

@@ -1,16 +1,15 @@
 // bedrock chunk dump, bedrock block dump: what the library's readers see in a file.
 
 #include "Commands.h"
+#include "Sources.h"
 
 #include <Bedrock/files/BlockReader.h>
 #include <Bedrock/files/KROMFile.h>
 #include <Bedrock/memory/PString.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
 #include <vector>
 
 namespace Tool
@@ -23,11 +22,8 @@ namespace
 // tell; a member of an archive does.
 void OpenInput(Mounts& mounts, const std::string& name, Zem::File& file)
 {
-    struct stat status;
-    if (!mounts.IsMounted(name) && stat(name.c_str(), &status) != 0)
-        FailSystem(name, "cannot open", errno);
-    if (!mounts.IsMounted(name) && S_ISDIR(status.st_mode))
-        Fail(Exit::Disk, name, "cannot open: is a folder");
+    if (const std::string why = mounts.IsMounted(name) ? "" : WhyNotReadable(name); !why.empty())
+        Fail(Exit::Disk, name, "cannot open: " + why);
     if (const auto result = file.Open(mounts.ForReading(name).c_str(), Zem::File::ModeRead); !result)
         Fail(Exit::Disk, name, std::string("cannot open: ") + result.Text());
     if (file.IsCompressed() && !mounts.IsMounted(name))

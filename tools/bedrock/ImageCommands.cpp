@@ -4,6 +4,7 @@
 #include "ImageFiles.h"
 #include "ImageReason.h"
 #include "Output.h"
+#include "Sources.h"
 
 #include <Bedrock/bitmap/Bitmap.h>
 #include <Bedrock/files/File.h>
@@ -13,7 +14,6 @@
 #include <cerrno>
 #include <cstring>
 #include <strings.h>
-#include <sys/stat.h>
 
 namespace Tool
 {
@@ -41,11 +41,8 @@ bool IsExtension(const std::string& name, const char* extension)
 // An input that is not there is a failure of the disk, any other image that is refused is bad.
 void ComplainOfImage(Messages& messages, const Mounts& mounts, const std::string& name, const std::string& opened)
 {
-    struct stat status;
-    if (!mounts.IsMounted(name) && stat(name.c_str(), &status) != 0)
-        messages.Complain(Exit::Disk, name, std::string("cannot open: ") + std::strerror(errno));
-    else if (!mounts.IsMounted(name) && S_ISDIR(status.st_mode))
-        messages.Complain(Exit::Disk, name, "cannot open: is a folder");
+    if (const std::string why = mounts.IsMounted(name) ? "" : WhyNotReadable(name); !why.empty())
+        messages.Complain(Exit::Disk, name, "cannot open: " + why);
     else if (mounts.IsMounted(name) && !Zem::File::Exists(opened.c_str()))
         messages.Complain(Exit::Disk, name, "cannot open: no location of this mount has it");
     else

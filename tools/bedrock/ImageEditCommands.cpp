@@ -2,6 +2,7 @@
 
 #include "Commands.h"
 #include "ImageFiles.h"
+#include "Sources.h"
 
 #include <Bedrock/bitmap/Bitmap.h>
 #include <Bedrock/bitmap/ImageProcessing.h>
@@ -315,6 +316,9 @@ Exit ImageDraw(Mounts& mounts, const EditOptions& options)
     return Edit("image draw", mounts, options,
                 [&](Bitmap& image, Messages&)
                 {
+                    const bool mounted = mounts.IsMounted(options.shapes);
+                    if (const std::string why = mounted ? "" : WhyNotReadable(options.shapes); !why.empty())
+                        Fail(Exit::Disk, options.shapes, "cannot open: " + why);
                     File list;
                     const File::Result result = list.Open(mounts.ForReading(options.shapes).c_str(), File::ModeRead);
                     if (!result)

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <new>
 
@@ -211,11 +212,20 @@ void CommandLine::AddImageEdits(CLI::App* group)
         ->required();
     CLI::App* const adjust =
         add("adjust", "Change brightness, contrast and saturation; 1 changes nothing", ImageAdjust);
-    adjust->add_option("--brightness", edit.brightness, "0 (black) to 2 (white)")->check(CLI::Range(0.0, 2.0));
-    adjust->add_option("--contrast", edit.contrast, "0 (grey) to 2, applied before the brightness")
-        ->check(CLI::Range(0.0, 2.0));
-    adjust->add_option("--saturation", edit.saturation, "0 (grey) and more, applied last")
-        ->check(CLI::Range(0.0, 100.0));
+    const auto upTo = [](int most)
+    {
+        return [most](const std::string& text) // refuses NaN too, which lies outside of no range
+        {
+            char* end;
+            const double value = std::strtod(text.c_str(), &end);
+            return value >= 0 && value <= most && end != text.c_str() && !*end
+                       ? ""
+                       : text + " is no number from 0 to " + std::to_string(most);
+        };
+    };
+    adjust->add_option("--brightness", edit.brightness, "0 (black) to 2 (white)")->check(upTo(2));
+    adjust->add_option("--contrast", edit.contrast, "0 (grey) to 2, applied before the brightness")->check(upTo(2));
+    adjust->add_option("--saturation", edit.saturation, "0 (grey) to 100, applied last")->check(upTo(100));
     add("draw", "Draw a list of shapes on an image", ImageDraw)
         ->add_option("--shapes", edit.shapes, "The list: a text file, a shape a line (see docs/drawing.md)")
         ->required();

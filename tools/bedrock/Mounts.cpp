@@ -94,6 +94,8 @@ void Mounts::Register(const std::vector<std::string>& texts, bool writable)
         Mount mount = Parse(text);
         if (!mount.IsFolder() && !LooksLikeArchive(mount.path))
             Fail(Exit::Bad, mount.path, "cannot mount: not an archive");
+        if (writable && !mount.readOnly && !mount.IsFolder() && access(mount.path.c_str(), W_OK) != 0)
+            FailSystem(mount.path, "cannot mount for writing (\":ro\" keeps writes out)", errno);
         mount.alone = "bedrock-mount-" + std::to_string(mounts.size());
         Zem::File::Subst(Zem::PString(mount.name.c_str()), mount.path.c_str(), writable && !mount.readOnly);
         Zem::File::Subst(Zem::PString(mount.alone.c_str()), mount.path.c_str(), false);

@@ -1,6 +1,7 @@
 // bedrock options: what an application would find in its options, and where it came from.
 
 #include "Commands.h"
+#include "Sources.h"
 
 #include <Bedrock/files/File.h>
 #include <Bedrock/host/Options.h>
@@ -22,7 +23,7 @@ std::string Text(const char* text)
 }
 
 // One --source: "env:NAME", "file:NAME" or "text:OPTIONS".
-void Take(Options& options, const std::string& source, Messages& messages)
+void Take(Options& options, const Mounts& mounts, const std::string& source, Messages& messages)
 {
     const std::size_t colon = source.find(':');
     const std::string kind = source.substr(0, colon);
@@ -37,6 +38,8 @@ void Take(Options& options, const std::string& source, Messages& messages)
     {
         if (!Zem::File::Exists(rest.c_str()))
             messages.Complain(Exit::Bad, rest, "no such file");
+        else if (const std::string why = mounts.IsMounted(rest) ? "" : WhyNotReadable(rest); !why.empty())
+            messages.Complain(Exit::Disk, rest, "cannot open: " + why);
         options.ProcessFile(rest.c_str());
     }
     else if (kind == "text")
@@ -107,7 +110,7 @@ void Print(Json& json, const Options& options, const char* key)
 
 } // namespace
 
-Exit ShowOptions(Mounts&, const OptionsOptions& request)
+Exit ShowOptions(Mounts& mounts, const OptionsOptions& request)
 {
     Messages messages("options");
     Options options;
@@ -116,7 +119,7 @@ Exit ShowOptions(Mounts&, const OptionsOptions& request)
     else if (!request.arguments.empty())
         Fail(Exit::Usage, request.arguments.front(), "either --source, or arguments of an application");
     for (const std::string& source : request.sources)
-        Take(options, source, messages);
+        Take(options, mounts, source, messages);
 
     std::vector<std::string> keys = request.keys;
     if (keys.empty())

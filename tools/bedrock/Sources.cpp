@@ -148,6 +148,14 @@ std::vector<Source> Collect(const Mounts& mounts, const std::vector<std::string>
     return collector.Sorted();
 }
 
+std::string WhyNotReadable(const std::string& path)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0)
+        return std::strerror(errno);
+    return S_ISDIR(status.st_mode) ? "is a folder" : "";
+}
+
 Reader::Reader(const std::string& name, bool onDisk) : path(name)
 {
     if (onDisk)

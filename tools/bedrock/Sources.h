@@ -36,6 +36,9 @@ struct Source
 std::vector<Source> Collect(const Mounts& mounts, const std::vector<std::string>& names, const std::string& under,
                             Messages& messages);
 
+/// Why a file on disk cannot be opened to be read: the system's text, or "is a folder"; empty if it can.
+std::string WhyNotReadable(const std::string& path);
+
 /// Reads a source, or any file argument, from start to end.
 ///
 /// Bytes come as stored from disk; a file of a mount comes as the library serves it, expanded if it is compressed.

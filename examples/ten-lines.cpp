@@ -1,4 +1,5 @@
-// Puts a folder under the name "pics" and loads an image through it. An archive in the folder's place works the same.
+// Puts a folder (its name ends with "/") under the name "pics" and loads an image through it. An archive in the folder's
+// place works the same.
 
 #include <Bedrock/Bedrock.h>
 

@@ -124,6 +124,11 @@ int Run(void* folder)
         ++wanted;
     }
     jobs.Add(gallery);
+    if (wanted == 0)
+    {
+        std::printf("%s: no images there\n", static_cast<const char*>(folder));
+        return 1;
+    }
 
     Events events;
     events.Add(new Tick(ticks, Time::Ms()));

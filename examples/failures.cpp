@@ -38,6 +38,8 @@ int Run(void* argument)
         if (ZEM_ASSERT(lives >= 0, "the player has %d lives\n", lives))
             std::puts("it went on");
     }
+    else
+        std::puts("failures file | fault | assertion");
     return 7;
 }
 

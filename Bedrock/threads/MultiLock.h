@@ -15,7 +15,7 @@ namespace Zem
 ///
 ///     SyncObject* objects[] = {&quit, &work};
 ///     MultiLock wait(objects, 2, false);
-///     switch (wait.Lock(1000, false))
+///     switch (std::uint32_t{wait.Lock(1000, false)})
 ///     {
 ///     case MultiLock::Signalled:     return;              // the first of them
 ///     case MultiLock::Signalled + 1: TakeJob(); break;    // the second

@@ -50,12 +50,13 @@ int main(int argc, char** argv)
 {
     Options options;
     options.Init("Window", argc, argv);
+    Log::Init(&options);
     int frames = 0;
     options.Get("Frames", frames, 0);
 
     Window window(nullptr);
     if (!window.Open("Paint", &options))
-        return 1;
+        return std::puts("No window can be opened; the log says why."), 1;
     bool full = false, tooLarge = false, whole = false;
     int x = Window::NoPosition, y = Window::NoPosition, width = 320, height = 240, bits = 32, frequency = 0;
     window.GetUserWindowConfig(&options, full, x, y, width, height, bits, frequency, tooLarge, whole);
@@ -63,7 +64,7 @@ int main(int argc, char** argv)
         return std::puts("The desktop is too small for that."), 1;
     if (!(full ? window.CreateFullscreenHost(width, height, nullptr)
                : window.CreateWindowedHost(x, y, width, height, nullptr)))
-        return 1;
+        return std::puts("No window can be made; the log says why."), 1;
 
     Canvas canvas;
     canvas.picture.Clear(0xFF17507A);

@@ -174,7 +174,10 @@ void Mount::Pack(const char* assets, const char* name)
 {
     MemoryFile image;
     if (!image.Open((std::string(assets) + '/' + name).c_str(), File::ModeRead))
+    {
+        std::fprintf(stderr, "demo: %s/%s cannot be read\n", assets, name);
         throw FileEx(__FILE__, __LINE__, "An image of the demo is missing");
+    }
     File member;
     if (!member.Open("demo", name, File::ModeCreate | File::ModeWriteCompressed))
         throw FileEx(__FILE__, __LINE__, "The archive takes no members");

@@ -29,6 +29,7 @@ struct Arguments
 {
     int count;
     char** values;
+    int exit = 1;
 };
 
 LogClient* Client()
@@ -224,10 +225,9 @@ int Loop(Window& window, Jobs& jobs, Demo::Content& content, Demo::Scene& scene,
     return drawn;
 }
 
-int Run(void* data)
+int Play(const Arguments& arguments)
 {
     // 1. The options of the process, from the environment, files and the command line.
-    const auto& arguments = *static_cast<const Arguments*>(data);
     OS os(nullptr, "", nullptr);
     Options& options = *os.GetOptions();
     options.ProcessRaw("-Log=Demo:Diag"); // unless the user says otherwise
@@ -297,6 +297,12 @@ int Run(void* data)
     return content.Ready() ? 0 : 1;
 }
 
+int Run(void* data)
+{
+    auto& arguments = *static_cast<Arguments*>(data);
+    return arguments.exit = Play(arguments);
+}
+
 } // namespace
 
 int main(int count, char** values)
@@ -316,5 +322,6 @@ int main(int count, char** values)
             return 0;
         }
     Arguments arguments{count, values};
-    return ExceptionHandler::Main(Run, &arguments);
+    ExceptionHandler::Main(Run, &arguments);
+    return arguments.exit; // a failure that was reported leaves it at 1
 }

@@ -22,57 +22,12 @@ EventHeap::~EventHeap()
         DeleteAligned(entries - skipped);
 }
 
-bool EventHeap::Insert(DLListNode* event, std::uint32_t time) noexcept
-{
-    if (count == capacity && !Grow())
-        return false;
-    if (ticket == 0)
-        Renumber();
-    const Entry entry{static_cast<std::uint64_t>(time) << 32 | --ticket, event};
-    Rise(count++, entry);
-    return true;
-}
-
 void EventHeap::Remove(const DLListNode* event) noexcept
 {
     std::uint32_t at = 0;
     while (entries[at].event != event)
         ++at;
     RemoveAt(at);
-}
-
-// The hole goes down to a leaf along the earliest children, and the last entry rises from there: it came from the bottom
-// and mostly belongs there.
-void EventHeap::RemoveAt(std::uint32_t at) noexcept
-{
-    const Entry last = entries[--count];
-    entries[count].order = UINT64_MAX;
-    if (at == count)
-        return;
-    for (std::uint32_t child = at * 4 + 1; child < count; child = at * 4 + 1)
-    {
-        const Entry* c = entries + child;
-        const std::uint32_t low = c[1].order < c[0].order;
-        const std::uint32_t high = 2 + (c[3].order < c[2].order);
-        const std::uint32_t mask =
-            0 - std::uint32_t{c[high].order < c[low].order}; // no branch: it would be guessed wrong
-        const std::uint32_t best = child + (low ^ ((low ^ high) & mask));
-        entries[at] = entries[best];
-        at = best;
-    }
-    Rise(at, last);
-}
-
-void EventHeap::Rise(std::uint32_t at, const Entry& entry) noexcept
-{
-    for (; at > 0; at = (at - 1) / 4)
-    {
-        const Entry& parent = entries[(at - 1) / 4];
-        if (parent.order < entry.order)
-            break;
-        entries[at] = parent;
-    }
-    entries[at] = entry;
 }
 
 bool EventHeap::Grow() noexcept

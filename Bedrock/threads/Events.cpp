@@ -24,11 +24,9 @@ std::uint32_t Events::Event::GetId()
     return id;
 }
 
-void Events::Event::UpdateNext() noexcept
+void Events::Event::BringAhead() noexcept
 {
-    if (place == Waiting)
-        owner->BringAhead(this);
-    nextTime += interval;
+    owner->BringAhead(this);
 }
 
 struct Events::Firing
@@ -69,14 +67,28 @@ void Events::Add(Event* event) noexcept
 
 void Events::Update(std::uint32_t now)
 {
-    FreeAll(removed);
+    if (removed.Head())
+        FreeAll(removed);
     for (Event* event = First(); event && event->GetNextTime() <= now; event = First())
     {
-        BringAhead(event); // its time may change now, its place may not
-        Firing current(*this, event);
-        const bool done = event->Update();
-        if (!current.scheduled) // removed by its own firing: it may not even exist any more
+        if (event->place == Event::Waiting)
+        {
+            event->place = Event::Front; // its time may change now, its place may not
+            front = event;
+        }
+        bool done, scheduled;
+        {
+            Firing current(*this, event);
+            done = event->Update();
+            scheduled = current.scheduled;
+        }
+        if (!scheduled) // removed by its own firing: it may not even exist any more
             continue;
+        if (!done && event == front && waiting.SecondTime() > now)
+        {
+            PutBackInPlaceOf(event);
+            break;
+        }
         Unschedule(event);
         if (!done)
         {
@@ -145,6 +157,8 @@ Events::Event* Events::First() const noexcept
 // In front of the first scheduled event whose time is not below.
 void Events::Schedule(Event* event) noexcept
 {
+    if (front)
+        BringAhead(front);
     DLListNode* before = ahead.Head();
     while (before && ToEvent(before)->GetNextTime() < event->GetNextTime())
         before = before->Next();
@@ -161,9 +175,7 @@ void Events::Schedule(Event* event) noexcept
         repeat.AddTail(event);
     }
     event->owner = this;
-    for (Firing* frame = firing; frame; frame = frame->outer)
-        if (frame->event == event)
-            frame->scheduled = event->place != Event::Fired;
+    Tell(event, event->place != Event::Fired);
 }
 
 void Events::Unschedule(Event* event) noexcept
@@ -171,20 +183,48 @@ void Events::Unschedule(Event* event) noexcept
     if (event->place == Event::Ahead)
         ahead.Remove(event);
     else if (waiting.First() == event)
+    {
         waiting.RemoveFirst();
+        front = nullptr;
+    }
     else
         waiting.Remove(event);
     event->owner = nullptr;
     event->place = Event::Nowhere;
+    Tell(event, false);
+}
+
+// The last firing of an `Update`, by the first in the heap, which stays: one way down the heap takes it out and puts the
+// first of those that stay back. The others follow.
+void Events::PutBackInPlaceOf(Event* event) noexcept
+{
+    front = nullptr;
+    Event* first = event;
+    if (repeat.Head())
+    {
+        first = ToEvent(repeat.Head());
+        repeat.Remove(first);
+        repeat.AddTail(event);
+        event->place = Event::Fired;
+    }
+    waiting.ReplaceFirst(first, first->GetNextTime());
+    first->place = Event::Waiting;
+    Tell(first, true);
+}
+
+// Those who fire this event, whether it is scheduled.
+void Events::Tell(const Event* event, bool scheduled) noexcept
+{
     for (Firing* frame = firing; frame; frame = frame->outer)
         if (frame->event == event)
-            frame->scheduled = false;
+            frame->scheduled = scheduled;
 }
 
 // Moves the events up to and including this one, if it is in the heap, to the list ahead of it.
 void Events::BringAhead(const Event* event) noexcept
 {
-    while (event->place == Event::Waiting)
+    front = nullptr;
+    while (event->place == Event::Waiting || event->place == Event::Front)
     {
         Event* first = ToEvent(waiting.First());
         waiting.RemoveFirst();

@@ -54,9 +54,16 @@ public:
     protected:
         ~Event() = default;
         /// Moves the next time by the interval. The place of a scheduled event in the order stays as it is.
-        void UpdateNext() noexcept;
+        void UpdateNext() noexcept
+        {
+            if (place == Waiting)
+                BringAhead();
+            nextTime += interval;
+        }
 
     private:
+        void BringAhead() noexcept;
+
         std::uint32_t interval;
         std::uint32_t id = 0;
         std::uint32_t nextTime;
@@ -66,6 +73,7 @@ public:
         {
             Nowhere, // or on the removed list
             Waiting, // scheduled, in the heap
+            Front,   // scheduled, first in the heap and firing from there
             Ahead,   // scheduled, ahead of the heap
             Fired    // on the repeat list
         };
@@ -83,7 +91,8 @@ public:
     /// Gives the event the next id: 1, 2, ... 0x7FFFFFFF, 0, 1 ... The uppermost bit is free for the caller's own ids.
     void GenerateId(Event* event) noexcept;
 
-    /// Schedules `event`, which is on no list: before the first event whose time is not below its own.
+    /// Schedules `event`, which is on no list: before the first event whose time is not below its own. On an exhausted heap
+    /// it waits for the end of the next `Update`, which puts it in order.
     void Add(Event* event) noexcept;
 
     /// Fires what is due, that is, every event whose time is not above `now`, each once at most, in order. What an event
@@ -103,9 +112,10 @@ private:
     struct Firing;
 
     Event* First() const noexcept;
-    bool IsScheduled(const Event* event) const noexcept;
     void Schedule(Event* event) noexcept;
     void Unschedule(Event* event) noexcept;
+    void PutBackInPlaceOf(Event* event) noexcept;
+    void Tell(const Event* event, bool scheduled) noexcept;
     void BringAhead(const Event* event) noexcept;
     void Free(Event* event) noexcept;
     void FreeAll(NodeList& list) noexcept;
@@ -114,8 +124,10 @@ private:
     std::uint32_t lastId = 0;
     NodeList removed;
     // The scheduled list is `ahead`, in its order, and then the heap. An event can stand where its time does not belong:
-    // one that fires and has moved its own time, and what is added in front of it. Such events are ahead, in a plain list.
+    // one that fires and has moved its own time, and what is added in front of it. Such events are ahead, in a plain list;
+    // the one that fires comes there only when another is added, and is `front` till then, with nothing ahead of it.
     NodeList ahead;
+    Event* front = nullptr;
     EventHeap waiting;
     NodeList repeat;
     Firing* firing = nullptr; // the innermost one

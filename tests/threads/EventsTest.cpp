@@ -1,5 +1,6 @@
 // Timed events against a scheduler written from the rules alone: plain lists, walked from the front.
 
+#include <Bedrock/memory/AllocReport.h>
 #include <Bedrock/threads/Events.h>
 
 #include "support/Support.h"
@@ -390,4 +391,39 @@ TEST(Events, AnEventThatThrowsStaysAndFiresAgain)
     events.Update(5);
     EXPECT_EQ(fired, std::vector<int>{1});
     EXPECT_EQ(left, -1);
+}
+
+TEST(Events, AnExhaustedHeapDelaysEventsAndLosesNone)
+{
+    for (const std::uint32_t served : {0u, 1u}) // no memory at all; none for more than a few
+    {
+        std::vector<int> fired, expected;
+        Events events;
+        std::vector<Note*> notes;
+        for (int i = 0; i < 40; ++i)
+            notes.push_back(new Note(fired, 140 - i, 1, static_cast<std::uint32_t>(140 - i), 2));
+        {
+            const AllocFailureForTest failure(served);
+            for (Note* note : notes)
+                events.Add(note);
+            EXPECT_TRUE(AllocFailureForTest::HasFailed());
+            events.Update(0);
+        }
+        for (const int i : {0, 17, 39})
+        {
+            events.Remove(notes[i]);
+            delete notes[i];
+        }
+        events.Update(0);
+        for (const int pass : {1, 2})
+        {
+            events.Update(1000);
+            for (int number = 101; number <= 140; ++number)
+                if (number != 140 && number != 123 && number != 101)
+                    expected.push_back(number);
+            EXPECT_EQ(fired, expected) << pass;
+        }
+        events.Update(2000);
+        EXPECT_EQ(fired, expected);
+    }
 }

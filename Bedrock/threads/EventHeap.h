@@ -36,6 +36,13 @@ public:
     void ReplaceFirst(DLListNode* event, std::uint32_t time) noexcept { Rise(Sink(0), NewEntry(event, time)); }
     /// Takes out the first, when there is one.
     void RemoveFirst() noexcept { RemoveAt(0); }
+    /// Takes out and returns an event of no particular place in the order, when there is one.
+    DLListNode* TakeLast() noexcept
+    {
+        DLListNode* event = entries[--count].event;
+        entries[count].order = UINT64_MAX;
+        return event;
+    }
     /// Takes out `event`, which is here; looks at one after the other.
     void Remove(const DLListNode* event) noexcept;
 

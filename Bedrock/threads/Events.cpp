@@ -48,8 +48,8 @@ struct Events::Firing
 Events::~Events()
 {
     FreeAll(ahead);
-    for (; waiting.Count() > 0; waiting.RemoveFirst())
-        Free(ToEvent(waiting.First()));
+    while (waiting.Count() > 0)
+        Free(ToEvent(waiting.TakeLast()));
     FreeAll(repeat);
     FreeAll(removed);
 }

@@ -40,12 +40,12 @@ void ToTexture(const Bitmap& image, Bitmap& texture)
             int r = 0, g = 0, b = 0;
             for (int i = 0; i < step * step; ++i)
             {
-                const PackedColor c = image.Pixel(Point(std::clamp(first.x + x * step + i % step, 0, area.width - 1),
-                                                        std::clamp(first.y + y * step + i / step, 0, area.height - 1)));
+                const PackedColor c = image.Pixel(Point{std::clamp(first.x + x * step + i % step, 0, area.width - 1),
+                                                        std::clamp(first.y + y * step + i / step, 0, area.height - 1)});
                 r += c.r, g += c.g, b += c.b;
             }
             const int n = step * step;
-            texture.Pixel(Point(x, y),
+            texture.Pixel(Point{x, y},
                           PackedColor(0xFF000000u | static_cast<std::uint32_t>(r / n) << 16 |
                                       static_cast<std::uint32_t>(g / n) << 8 | static_cast<std::uint32_t>(b / n)));
         }
@@ -81,11 +81,11 @@ protected:
             for (int y = 0; y < Texture::size && shade.IsValid(); ++y)
                 for (int x = 0; x < Texture::size; ++x)
                 {
-                    PackedColor c = plain.Pixel(Point(x, y));
+                    PackedColor c = plain.Pixel(Point{x, y});
                     c.r = static_cast<std::uint8_t>(std::min(255, c.r * light >> 8));
                     c.g = static_cast<std::uint8_t>(std::min(255, c.g * light >> 8));
                     c.b = static_cast<std::uint8_t>(std::min(255, c.b * light >> 8));
-                    shade.Pixel(Point(x, y), c);
+                    shade.Pixel(Point{x, y}, c);
                 }
             SetProgress(static_cast<float>(s + 1) / Texture::shades);
         }

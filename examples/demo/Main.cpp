@@ -12,6 +12,7 @@
 #include <Bedrock/Bedrock.h>
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,11 +39,16 @@ LogClient* Client()
     return client;
 }
 
-template <class... Values>
-void Note(const char* format, Values... values)
+[[gnu::format(printf, 1, 2)]] void Note(const char* format, ...)
 {
-    if (LogClient::Wants(Client(), LogClient::Diag))
-        Client()->Write(LogClient::Diag, format, values...);
+    if (!LogClient::Wants(Client(), LogClient::Diag))
+        return;
+    char line[128];
+    std::va_list values;
+    va_start(values, format);
+    std::vsnprintf(line, sizeof line, format, values);
+    va_end(values);
+    Client()->Write(LogClient::Diag, "%s", line);
 }
 
 // ---- Input: a hook sees each message first.

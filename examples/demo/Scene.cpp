@@ -57,7 +57,7 @@ Bitmap Glow(int radius, PackedColor color, float strength)
         {
             const float d = std::sqrt(static_cast<float>(x * x + y * y)) / static_cast<float>(radius);
             const float fade = d < 1 ? (1 - d) * (1 - d) : 0;
-            glow.Pixel(Point(x + radius, y + radius), WithAlpha(color, strength * fade));
+            glow.Pixel(Point{x + radius, y + radius}, WithAlpha(color, strength * fade));
         }
     return glow;
 }
@@ -115,12 +115,12 @@ void Scene::PaintBackground()
     LCRand random(7);
     for (int i = 0; i < 260; ++i)
     {
-        const Point at(random.NextInt(width), random.NextInt(340));
+        const Point at{random.NextInt(width), random.NextInt(340)};
         const float light = random.NextFloat(0.15f, 1) * (1 - static_cast<float>(at.y) / 360);
         background.BlendPixel(at, WithAlpha(PackedColor(0xFFFFF4E0), light));
         if (i % 9 == 0) // a few are larger
-            for (const Point d : {Point(1, 0), Point(-1, 0), Point(0, 1), Point(0, -1)})
-                background.BlendPixel(Point(at.x + d.x, at.y + d.y), WithAlpha(PackedColor(0xFFC8D8FF), light * 0.45f));
+            for (const Point d : {Point{1, 0}, Point{-1, 0}, Point{0, 1}, Point{0, -1}})
+                background.BlendPixel(Point{at.x + d.x, at.y + d.y}, WithAlpha(PackedColor(0xFFC8D8FF), light * 0.45f));
     }
     const Bitmap halo = Glow(210, PackedColor(0xFFFFD8A0), 0.6f), sun = Glow(44, PackedColor(0xFFFFF8E0), 1);
     background.Image(halo, {650 - 210, horizon - 60 - 210}, 0);
@@ -143,7 +143,7 @@ void Scene::PaintBackground()
             const int top = static_cast<int>(std::ceil(crest));
             background.BlendPixel({x, top - 1}, WithAlpha(dune.light, static_cast<float>(top) - crest));
             for (int y = top; y < height; ++y)
-                background.Pixel(Point(x, y),
+                background.Pixel(Point{x, y},
                                  Mix(dune.light, dune.dark, std::min(1.0f, static_cast<float>(y - top) / 60)));
         }
 
@@ -156,7 +156,7 @@ void Scene::PaintBackground()
     // Blending keeps an alpha of what it was blended with; from here on this is an opaque picture.
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
-            background.Pixel(Point(x, y), WithAlpha(background.Pixel(Point(x, y)), 1));
+            background.Pixel(Point{x, y}, WithAlpha(background.Pixel(Point{x, y}), 1));
 }
 
 // An ellipse of antialiased lines, of which only the alpha is soft: a sprite.
@@ -164,8 +164,9 @@ void Scene::PaintOrbit()
 {
     orbit.Init({2 * orbitX + 5, 2 * orbitY + 5}, 0, Bitmap::ARGB32, nullptr, 0);
     orbit.Clear(0);
-    const auto at = [](float angle)
-    { return Point(Round(orbitX + 2 + orbitX * std::cos(angle)), Round(orbitY + 2 + orbitY * std::sin(angle))); };
+    const auto at = [](float angle) {
+        return Point{Round(orbitX + 2 + orbitX * std::cos(angle)), Round(orbitY + 2 + orbitY * std::sin(angle))};
+    };
     constexpr int parts = 72;
     for (int i = 0; i < parts; ++i)
         orbit.Line(at(2 * pi * i / parts), at(2 * pi * (i + 1) / parts), PackedColor(0xFFB8D8FF),
@@ -295,7 +296,7 @@ void Scene::Draw(Bitmap& picture, OptimalRects& dirty, bool all)
 // Everything that shows in `rect`, from back to front.
 void Scene::Paint(Bitmap& part, const Rect& rect)
 {
-    const Point origin(rect.x, rect.y);
+    const Point origin{rect.x, rect.y};
     const auto shows = [&rect](const Rect& r) { return !rect.Intersect(r).IsEmpty(); };
     const auto sprite = [&](const Bitmap& image, const Rect& place)
     {
@@ -324,7 +325,7 @@ void Scene::Paint(Bitmap& part, const Rect& rect)
     {
         // The far half of the ring, the planet, the near half with its moon.
         const Rect area = orbit;
-        const Point at(Round(planetAtX) - area.width / 2, Round(planetAtY) - area.height / 2);
+        const Point at{Round(planetAtX) - area.width / 2, Round(planetAtY) - area.height / 2};
         const Rect far(0, 0, area.width, area.height / 2),
             near(0, area.height / 2, area.width, area.height - area.height / 2);
         const float angle = time * 1.1f;
@@ -407,7 +408,7 @@ void Scene::PaintSide(Bitmap& part, Point origin, const Corner (&corners)[4], co
     constexpr int cuts = 6;
     constexpr float scale = 430;
     const Rect place = Cube();
-    const Point centre(place.x + place.width / 2 - origin.x, place.y + place.height / 2 - origin.y);
+    const Point centre{place.x + place.width / 2 - origin.x, place.y + place.height / 2 - origin.y};
     Point grid[cuts + 1][cuts + 1];
     for (int j = 0; j <= cuts; ++j)
         for (int i = 0; i <= cuts; ++i)

@@ -282,7 +282,7 @@ TEST(Console, DrawsIntoBitmapsPixelByPixel)
                         expected = Console::Glyph(console.At(cx / 8, cy / 8))[cy % 8] >> (7 - cx % 8) & 1
                                        ? PackedColor::white
                                        : PackedColor::black;
-                    ASSERT_EQ(std::uint32_t(bitmap.Pixel(Point(x, y))) & 0xF8F8F8, std::uint32_t(expected) & 0xF8F8F8)
+                    ASSERT_EQ(std::uint32_t(bitmap.Pixel(Point{x, y})) & 0xF8F8F8, std::uint32_t(expected) & 0xF8F8F8)
                         << x << " " << y;
                 }
         }

@@ -127,6 +127,12 @@ class Usage(ToolTest):
                 self.run_tool(*arguments, exit=3, says='No such file or directory')
         self.assertEqual(os.listdir('.'), [])
 
+    def test_a_pipe_is_not_waited_for(self):
+        os.mkfifo('pipe')
+        self.run_tool('archive', 'list', 'pipe', exit=1, says='is not an archive')
+        for command in ('info', 'expand'):
+            self.run_tool('stream', command, 'pipe', *['out'][:command == 'expand'], exit=3, says='is no regular file')
+
     def test_folders_are_no_files(self):
         os.mkdir('folder.tga')
         planet = os.path.join(ASSETS, 'planet.tga')

@@ -52,7 +52,7 @@ std::string ArchiveIndex::Folded(std::string name)
 
 ArchiveIndex::ArchiveIndex(const std::string& path)
 {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)); // a pipe is told, not waited for
     struct stat status;
     if (!file || fstat(file.Get(), &status) != 0)
         FailSystem(path, "cannot open", errno);

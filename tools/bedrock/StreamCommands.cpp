@@ -42,8 +42,10 @@ struct Frames
 // frames do not end where it ends.
 Frames Walk(const std::string& path, const std::string& shown)
 {
-    std::FILE* const in = std::fopen(path.c_str(), "rb");
     struct stat status;
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) // a pipe is told, not waited for
+        Fail(Exit::Disk, shown, "cannot open: is no regular file");
+    std::FILE* const in = std::fopen(path.c_str(), "rb");
     if (!in)
         FailSystem(shown, "cannot open", errno);
     struct Closer

@@ -548,4 +548,10 @@ int Window::GetHostBitsPerPixel()
     return hostBits;
 }
 
+const char* Window::GetDesktopName()
+{
+    const Desktop* const desktop = OpenDesktop();
+    return desktop ? desktop->Name() : "";
+}
+
 } // namespace Zem

@@ -144,6 +144,9 @@ public:
     void SetCapture(bool capture);
     /// Bits that a pixel of the desktop takes; 0 while there is no desktop.
     int GetHostBitsPerPixel();
+    /// Which desktop it is: "x11", or "headless" for the one in memory, where nobody sees the window and nobody closes
+    /// it. Empty while there is no desktop.
+    static const char* GetDesktopName();
 
 private:
     enum Flags : std::uint32_t

@@ -160,15 +160,6 @@ struct Figures
     }
 };
 
-bool HasDisplay()
-{
-    const char* forced = std::getenv("BEDROCK_DESKTOP");
-    if (forced && *forced)
-        return std::strcmp(forced, "x11") == 0;
-    const char* display = std::getenv("DISPLAY");
-    return display && *display;
-}
-
 // ---- The loop.
 
 int Loop(Window& window, Jobs& jobs, Demo::Content& content, Demo::Scene& scene, Figures& figures, int frames,
@@ -246,7 +237,7 @@ int Play(const Arguments& arguments)
     // 3. The names: an archive, and a folder above it.
     String assets;
     options.Get("Assets", assets, String(DEMO_ASSETS));
-    const bool watched = HasDisplay();
+    const bool watched = std::strcmp(Window::GetDesktopName(), "x11") == 0;
     int frames = 0;
     options.Get("Frames", frames, watched ? 0 : 600);
     String pictureName;

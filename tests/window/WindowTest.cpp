@@ -83,6 +83,7 @@ TEST_P(OnStage, FillsTheScreen)
     EXPECT_EQ(host.window.GetArea(), Rect({0, 0}, expected));
     EXPECT_EQ(host.Of({MessageSize}).back(), (Heard{MessageSize, SizeRestored, Pack(expected.width, expected.height)}));
     EXPECT_EQ(host.window.GetHostBitsPerPixel(), 32);
+    EXPECT_STREQ(Window::GetDesktopName(), GetParam() == StageKind::Headless ? "headless" : "x11");
 }
 
 // The close button asks; unless somebody objects, the window goes and the loop ends.

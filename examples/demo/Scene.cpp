@@ -14,10 +14,11 @@ namespace
 
 constexpr float pi = 3.14159265f;
 constexpr int horizon = 440;
-constexpr Rect panelPlace(Scene::width - 274, Scene::height - 140, 258, 124);
+constexpr Rect panelPlace = Scene::panelPlace;
 constexpr Rect textPlace(0, Scene::height - 20, Scene::width - 280, 20);
 constexpr Rect loadingPlace(Scene::width / 2 - 210, Scene::height / 2 - 60, 420, 104);
 constexpr int orbitX = 118, orbitY = 34; // half axes of the ring round the planet
+constexpr int moonRadius = 4;
 
 PackedColor Mix(PackedColor a, PackedColor b, float t)
 {
@@ -93,6 +94,8 @@ Scene::Scene(const Content& shown) : content(shown)
         d.phase = random.NextFloat(2 * pi);
     }
     comet.image = Glow(12, PackedColor(0xFFE8F4FF), 1);
+    tail.Init({tailWidth, tailHeight}, 0, Bitmap::ARGB32, nullptr, 0);
+    cube.Init({cubeSize, cubeSize}, 0, Bitmap::ARGB32, nullptr, 0);
 }
 
 void Scene::PaintBackground()
@@ -226,7 +229,7 @@ void Scene::Move(float seconds)
 
 Rect Scene::Cube() const
 {
-    return content.Ready() ? Rect(40, 108, 400, 400) : Rect();
+    return content.Ready() ? Rect(40, 108, cubeSize, cubeSize) : Rect();
 }
 
 void Scene::Draw(Bitmap& picture, OptimalRects& dirty, bool all)
@@ -237,11 +240,14 @@ void Scene::Draw(Bitmap& picture, OptimalRects& dirty, bool all)
     planet.y = ring.y = planetAtY;
     ring.image = orbit;
     const bool ready = content.Ready();
-    const Rect nowPlanet = ready ? planet.Bounds() : Rect(), nowOrbit = ready ? ring.Bounds() : Rect(),
-               nowCube = Cube();
+    const Rect nowPlanet = ready ? planet.Bounds() : Rect(), nowCube = Cube();
+    Rect nowOrbit = ready ? ring.Bounds() : Rect();
+    if (ready) // the moon stands out from the ring
+        nowOrbit = {nowOrbit.x - moonRadius, nowOrbit.y - moonRadius, nowOrbit.width + 2 * moonRadius,
+                    nowOrbit.height + 2 * moonRadius};
     Rect nowComet = cometLife > 0 ? comet.Bounds() : Rect();
     if (cometLife > 0) // with its tail
-        nowComet.x -= 90, nowComet.width += 90, nowComet.y -= 20, nowComet.height += 20;
+        nowComet = Rect(TailPlace().x, TailPlace().y, tailWidth + 13, tailHeight + 13);
 
     dirty.Clear();
     const Rect whole = Rect(picture).Intersect(Rect(0, 0, width, height));
@@ -276,6 +282,15 @@ void Scene::Draw(Bitmap& picture, OptimalRects& dirty, bool all)
         add(panelPlace);
     newText = newPanel = false;
 
+    // What would look otherwise where it is cut, lines and textures, is drawn as a whole and then copied in parts.
+    if (ready)
+    {
+        cube.Clear(0);
+        PaintCube(cube, {nowCube.x, nowCube.y});
+    }
+    if (cometLife > 0)
+        PaintTail();
+
     std::int64_t pixels = 0;
     for (const Rect& rect : dirty)
     {
@@ -283,7 +298,8 @@ void Scene::Draw(Bitmap& picture, OptimalRects& dirty, bool all)
         Paint(part, rect);
         pixels += std::int64_t{rect.width} * rect.height;
     }
-    share = static_cast<float>(pixels) / (width * height);
+    if (!all)
+        share = static_cast<float>(pixels) / (width * height);
     if (showDirty)
         for (const Rect& r : {oldCube, oldPlanet, oldOrbit, oldComet})
             if (!r.IsEmpty())
@@ -306,21 +322,9 @@ void Scene::Paint(Bitmap& part, const Rect& rect)
     part.CopyImage(background, {0, 0}, rect, 0);
 
     if (cometLife > 0)
-    {
-        for (int i = 12; i > 0; --i) // the tail is the comet's past
-        {
-            Sprite past;
-            past.image = comet.image;
-            past.x = comet.x - comet.speedX * 0.014f * static_cast<float>(i);
-            past.y = comet.y - comet.speedY * 0.014f * static_cast<float>(i);
-            const Rect place = past.Bounds();
-            if (shows(place) && i % 2 == 0)
-                part.Line({place.x + 12 - origin.x, place.y + 12 - origin.y},
-                          {Round(comet.x) - origin.x, Round(comet.y) - origin.y},
-                          WithAlpha(PackedColor(0xFFD8ECFF), 0.04f * static_cast<float>(13 - i)), Bitmap::StyleBlend);
-        }
+        sprite(tail, TailPlace());
+    if (cometLife > 0)
         sprite(comet.image, comet.Bounds());
-    }
     if (content.Ready())
     {
         // The far half of the ring, the planet, the near half with its moon.
@@ -335,7 +339,7 @@ void Scene::Paint(Bitmap& part, const Rect& rect)
         const auto paintMoon = [&]
         {
             if (shows(moon))
-                part.Circle({moon.x + 5 - origin.x, moon.y + 5 - origin.y}, 4, PackedColor(0xFFE8E4D8),
+                part.Circle({moon.x + 5 - origin.x, moon.y + 5 - origin.y}, moonRadius, PackedColor(0xFFE8E4D8),
                             Bitmap::StyleFilled);
         };
         part.Image(orbit, {at.x - origin.x, at.y - origin.y}, far, 0);
@@ -347,8 +351,7 @@ void Scene::Paint(Bitmap& part, const Rect& rect)
         part.Image(orbit, {at.x - origin.x, at.y + near.y - origin.y}, near, 0);
         if (!behind)
             paintMoon();
-        if (shows(Cube()))
-            PaintCube(part, origin);
+        sprite(cube, Cube());
     }
     for (const Sprite& d : dot)
         sprite(d.image, d.Bounds());
@@ -369,6 +372,24 @@ void Scene::Paint(Bitmap& part, const Rect& rect)
         part.Box({box.x + 20, box.y + 64, full, 20}, PackedColor(0xFF302038), Bitmap::StyleFilled);
         part.Box({box.x + 22, box.y + 66, (full - 4) * content.loaded / std::max(1, content.wanted), 16},
                  PackedColor(0xFFFFB060), Bitmap::StyleFilled);
+    }
+}
+
+Rect Scene::TailPlace() const
+{
+    return {Round(comet.x) - tailWidth + 1, Round(comet.y) - tailHeight + 1, tailWidth, tailHeight};
+}
+
+// Lines from where the comet was to where it is, the later the brighter; the comet is in the lower right corner.
+void Scene::PaintTail()
+{
+    tail.Clear(0);
+    for (int i = 12; i > 0; i -= 2)
+    {
+        const float ago = 0.014f * static_cast<float>(i);
+        tail.Line({tailWidth - 1 - Round(comet.speedX * ago), tailHeight - 1 - Round(comet.speedY * ago)},
+                  {tailWidth - 1, tailHeight - 1},
+                  WithAlpha(PackedColor(0xFFD8ECFF), 0.08f * static_cast<float>(13 - i)), 0);
     }
 }
 

@@ -25,6 +25,7 @@ class Scene
 {
 public:
     static constexpr int width = 960, height = 600;
+    static constexpr Zem::Rect panelPlace{width - 274, height - 140, 258, 124};
 
     explicit Scene(const Content& shown);
 
@@ -49,6 +50,7 @@ public:
 
 private:
     static constexpr int dots = 14, history = 96;
+    static constexpr int cubeSize = 400, tailWidth = 96, tailHeight = 28;
 
     struct Corner
     {
@@ -61,6 +63,8 @@ private:
     void PaintCube(Zem::Bitmap& part, Zem::Point origin);
     void PaintSide(Zem::Bitmap& part, Zem::Point origin, const Corner (&corners)[4], const Zem::Bitmap& texture);
     void PaintOrbit();
+    Zem::Rect TailPlace() const;
+    void PaintTail();
     void PaintPanel(Zem::Bitmap& part, Zem::Point origin);
 
     const Content& content;
@@ -68,7 +72,8 @@ private:
     Zem::Bitmap orbit; // antialiased, transparent where nothing is drawn
     Sprite dot[dots];
     Sprite comet;
-    float cometLife = 0; // seconds left
+    Zem::Bitmap tail, cube; // as they are in this frame, transparent where nothing is drawn
+    float cometLife = 0;    // seconds left
     Zem::Quaternion attitude;
     Zem::Vector3 spin{0.35f, 0.6f, 0.1f}; // radians a second
     float planetX = 700, planetY = 190;   // where it wants to be

@@ -14,7 +14,6 @@ namespace
 
 constexpr float pi = 3.14159265f;
 constexpr int horizon = 440;
-constexpr Rect panelPlace = Scene::panelPlace;
 constexpr Rect textPlace(0, Scene::height - 20, Scene::width - 280, 20);
 constexpr Rect loadingPlace(Scene::width / 2 - 210, Scene::height / 2 - 60, 420, 104);
 constexpr int orbitX = 118, orbitY = 34; // half axes of the ring round the planet

@@ -24,13 +24,6 @@ namespace
 
 using Names = std::vector<std::string>;
 
-void Put(const std::string& name, const std::string& text = "x")
-{
-    if (const auto folder = std::filesystem::path(name).parent_path(); !folder.empty())
-        std::filesystem::create_directories(folder);
-    WriteFile(name, text.data(), text.size());
-}
-
 // An archive with members of these names, each holding its own name.
 void PutArchive(const std::string& path, const Names& members)
 {

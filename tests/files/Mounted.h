@@ -98,4 +98,19 @@ inline std::optional<Bytes> Fetch(const std::string& name, std::uint32_t mode = 
     }
 }
 
+/// Writes a text file, and makes its folders.
+inline void Put(const std::string& name, const std::string& text = "x")
+{
+    if (const auto folder = std::filesystem::path(name).parent_path(); !folder.empty())
+        std::filesystem::create_directories(folder);
+    WriteFile(name, text.data(), text.size());
+}
+
+/// The text of a file, read through the library; "(none)" if there is none.
+inline std::string Get(const std::string& name)
+{
+    const auto bytes = Fetch(name);
+    return bytes ? std::string(bytes->begin(), bytes->end()) : "(none)";
+}
+
 } // namespace Test

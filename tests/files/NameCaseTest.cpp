@@ -19,19 +19,6 @@ using Zem::Platform::systemCalls;
 namespace
 {
 
-void Put(const std::string& name, const std::string& text)
-{
-    if (const auto folder = std::filesystem::path(name).parent_path(); !folder.empty())
-        std::filesystem::create_directories(folder);
-    WriteFile(name, text.data(), text.size());
-}
-
-std::string Get(const std::string& name)
-{
-    const auto bytes = Fetch(name);
-    return bytes ? std::string(bytes->begin(), bytes->end()) : "(none)";
-}
-
 // Shows folders as if they had changed `age` seconds earlier than they did, on a file system whose clock ticks in
 // steps of `tick` nanoseconds.
 class FolderTimes

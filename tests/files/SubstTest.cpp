@@ -17,19 +17,6 @@ using Zem::PString;
 namespace
 {
 
-void Put(const std::string& name, const std::string& text)
-{
-    if (const auto folder = std::filesystem::path(name).parent_path(); !folder.empty())
-        std::filesystem::create_directories(folder);
-    WriteFile(name, text.data(), text.size());
-}
-
-std::string Get(const std::string& name)
-{
-    const auto bytes = Fetch(name);
-    return bytes ? std::string(bytes->begin(), bytes->end()) : "(none)";
-}
-
 Bytes Plain(const std::string& text)
 {
     return Bytes(text.begin(), text.end());

@@ -321,9 +321,10 @@ void Scene::Paint(Bitmap& part, const Rect& rect)
     part.CopyImage(background, {0, 0}, rect, 0);
 
     if (cometLife > 0)
+    {
         sprite(tail, TailPlace());
-    if (cometLife > 0)
         sprite(comet.image, comet.Bounds());
+    }
     if (content.Ready())
     {
         // The far half of the ring, the planet, the near half with its moon.

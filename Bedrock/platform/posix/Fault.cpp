@@ -225,7 +225,7 @@ extern "C" _Unwind_Reason_Code ZemPersonality(int version, _Unwind_Action action
         return _URC_FATAL_PHASE1_ERROR;
     if (actions & _UA_SEARCH_PHASE)
     {
-        // The stub keeps its argument 8 bytes above the stack pointer of its call.
+        // `ZemProtectedCall` keeps its argument 8 bytes above the stack pointer of its call.
         void* argument;
         std::memcpy(&argument, reinterpret_cast<void*>(_Unwind_GetCFA(context) + 8), sizeof argument);
         FaultFrame& frame = *static_cast<ProtectedBody*>(argument)->frame;
